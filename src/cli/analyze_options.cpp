@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "base/cancellation.h"
 #include "base/files.h"
 #include "base/settings.h"
 #include "base/strings.h"
@@ -58,7 +59,10 @@ std::string readAll(int fd) {
   while (true) {
     ssize_t n = ::read(fd, buffer, sizeof buffer);
     if (n < 0) {
-      if (errno == EINTR) continue;
+      if (errno == EINTR) {
+        base::throwIfCancelled();
+        continue;
+      }
       throw Error(std::string("Couldn't read stdin: ") + std::strerror(errno));
     }
     if (n == 0) break;
