@@ -9,13 +9,13 @@ namespace quillora::ai {
 const std::vector<AIBackendInfo>& aiEngines() {
   static const std::vector<AIBackendInfo> engines = {
       {AIBackend::claudeAPI, "claude-api", "Claude API", "Claude API", "claude-opus-5-5", "apiModel",
-       {"claude", "anthropic"}},
+       "Anthropic", {"claude", "anthropic"}},
       {AIBackend::claudeCode, "claude-code", "Claude Code CLI", "Claude Code", "opus", "cliModel",
-       {"claudecode"}},
+       "Anthropic", {"claudecode"}},
       {AIBackend::openAI, "openai", "ChatGPT (OpenAI API)", "ChatGPT", "gpt-6-astra", "openAIModel",
-       {"chatgpt"}},
+       "OpenAI", {"chatgpt"}},
       {AIBackend::gemini, "gemini", "Gemini API", "Gemini", "gemini-4-argon", "geminiModel",
-       {"google"}},
+       "Gemini", {"google"}},
   };
   return engines;
 }

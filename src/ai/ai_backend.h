@@ -17,8 +17,13 @@ struct AIBackendInfo {
   std::string_view shortLabel;
   std::string_view defaultModel;
   std::string_view modelSettingKey;
+  std::string_view vendorName;  // who answers, as messages name it: "Anthropic", "OpenAI", "Gemini"
   std::vector<std::string_view> aliases;  // accepted besides the raw value
 };
+
+// True for the engine that opens the repository's files and images itself (Claude Code); the API
+// engines get everything inside the prompt.
+inline bool readsFilesItself(AIBackend backend) { return backend == AIBackend::claudeCode; }
 
 // The engines in their listed order (AIEngines).
 const std::vector<AIBackendInfo>& aiEngines();

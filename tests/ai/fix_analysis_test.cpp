@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include "ai/ai_error.h"
+#include "ai/fix_analysis.h"
+
+namespace quillora::ai {
+namespace {
+
+std::string badResponseOf(std::string_view answer) {
+  try {
+    decodeFixAnalysis(answer);
+  } catch (const AIError& e) {
+    EXPECT_EQ(e.errorCase(), AIError::Case::badResponse);
+    return e.what();
+  }
+  return "(decoded)";
+}
+
+TEST(FixAnalysis, MissingConfidenceAndSeverityDecodeAsLowAndMedium) {
+  FixAnalysis a = decodeFixAnalysis(R"({"title": "NullReferenceException in Update"})");
+  EXPECT_EQ(a.title, "NullReferenceException in Update");
+  EXPECT_EQ(a.severity, "medium");
+  EXPECT_EQ(a.confidence, "low");
+  EXPECT_EQ(a.rootCause, "");
+  EXPECT_TRUE(a.rootCauseCode.empty());
+  EXPECT_TRUE(a.reproSteps.empty());
+  EXPECT_EQ(a.patch, "");
+}
+
+TEST(FixAnalysis, AnswersWrappedInProseOrFencesDecodeThroughTheBraceSlice) {
+  std::vector<std::string> answers = {
+      "Here is the analysis:\n```json\n{\"title\": \"T\", \"severity\": \"high\"}\n```\nGood luck!",
+      "  \n{\"title\": \"T\", \"severity\": \"high\"}\n\n",
+      "Sure. {\"title\": \"T\", \"severity\": \"high\", \"patch\": \"{ braces }\"} done",
+  };
+  for (const auto& answer : answers) {
+    FixAnalysis a = decodeFixAnalysis(answer);
+    EXPECT_EQ(a.title, "T") << answer;
+    EXPECT_EQ(a.severity, "high") << answer;
+  }
+}
+
+TEST(FixAnalysis, UndecodableAnswersAreBadResponses) {
+  EXPECT_EQ(badResponseOf(""), "Couldn't read the AI's response: empty response");
+  EXPECT_EQ(badResponseOf(" \n\t "), "Couldn't read the AI's response: empty response");
+  EXPECT_EQ(badResponseOf("I can't help with that."), "Couldn't read the AI's response: not JSON");
+  EXPECT_EQ(badResponseOf("} backwards {"), "Couldn't read the AI's response: not JSON");
+  EXPECT_EQ(badResponseOf(R"({"severity": "high"})"), "Couldn't read the AI's response: not JSON");
+  EXPECT_EQ(badResponseOf(R"(["title"])"), "Couldn't read the AI's response: not JSON");
+}
+
+TEST(FixAnalysis, ItemsNeedAllSixKeysAndBadItemsAreSkipped) {
+  FixAnalysis a = decodeFixAnalysis(R"json({
+    "title": "T",
+    "rootCauseCode": [
+      {"file": "A.cs", "line": 40, "language": "csharp", "code": "x.y();", "crashLine": 42, "explanation": "x is null."},
+      {"file": "B.cs", "line": 1, "language": "csharp", "code": "z", "explanation": "no crashLine"},
+      "not an object",
+      {"file": "C.cs", "line": "7", "language": "csharp", "code": "c", "crashLine": 0, "explanation": "line as text"}
+    ],
+    "codeChanges": [
+      {"file": "A.cs", "line": 40, "language": "csharp", "explanation": "Guard.", "before": "", "after": "if (x != null)"},
+      {"file": "A.cs", "line": 40, "language": "csharp", "explanation": "No after.", "before": "x"}
+    ],
+    "reproSteps": ["Open the game", 2, {"x": 1}, null],
+    "affectedFiles": "not a list"
+  })json");
+  ASSERT_EQ(a.rootCauseCode.size(), 2u);
+  EXPECT_EQ(a.rootCauseCode[0], (CodeExcerpt{"A.cs", 40, "csharp", "x.y();", 42, "x is null."}));
+  EXPECT_EQ(a.rootCauseCode[1].file, "C.cs");
+  EXPECT_EQ(a.rootCauseCode[1].line, 7);
+  ASSERT_EQ(a.codeChanges.size(), 1u);
+  EXPECT_EQ(a.codeChanges[0].after, "if (x != null)");
+  EXPECT_EQ(a.reproSteps, (std::vector<std::string>{"Open the game", "2"}));
+  EXPECT_TRUE(a.affectedFiles.empty());
+}
+
+TEST(FixAnalysis, EncodesWithTheFieldNamesAndDecodesBackUnchanged) {
+  FixAnalysis a;
+  a.title = "Crash in `Update()`";
+  a.severity = "critical";
+  a.confidence = "high";
+  a.rootCause = "`rb` is null.";
+  a.rootCauseCode = {{"Assets/P.cs", 40, "csharp", "a\nb\nc", 42, "Null."}};
+  a.fixSummary = "Guard it.";
+  a.reproSteps = {"Start", "Die"};
+  a.affectedFiles = {"Assets/P.cs"};
+  a.patch = "diff --git a/Assets/P.cs b/Assets/P.cs\n";
+  a.testSuggestions = {"Play mode test"};
+  a.codeChanges = {{"Assets/P.cs", 41, "csharp", "Guard.", "x", "y"}};
+  base::Json json = toJson(a);
+  std::vector<std::string> keys;
+  for (const auto& item : json.items()) keys.push_back(item.key());
+  EXPECT_EQ(keys, (std::vector<std::string>{"affectedFiles", "codeChanges", "confidence", "fixSummary",
+                                            "patch", "reproSteps", "rootCause", "rootCauseCode",
+                                            "severity", "testSuggestions", "title"}));
+  EXPECT_EQ(json["rootCauseCode"][0]["crashLine"], 42);
+  EXPECT_EQ(decodeFixAnalysis(base::dumpJson(json)), a);
+}
+
+TEST(FixImplementation, DecodesLenientlyFromTheAnswer) {
+  auto i = decodeFixImplementation("Done.\n{\"summary\": \"Added a guard.\", \"filesChanged\": [\"A.cs\"]}");
+  EXPECT_EQ(i.summary, "Added a guard.");
+  EXPECT_EQ(i.filesChanged, std::vector<std::string>{"A.cs"});
+  EXPECT_EQ(base::dumpJsonCompact(toJson(i)), R"({"filesChanged":["A.cs"],"summary":"Added a guard."})");
+  EXPECT_THROW(decodeFixImplementation("no json here"), AIError);
+}
+
+}  // namespace
+}  // namespace quillora::ai
