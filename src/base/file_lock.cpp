@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/cancellation.h"
 #include "base/error.h"
 #include "base/paths.h"
 
@@ -31,7 +32,11 @@ void FileLock::lock() {
   if (m_fd >= 0) return;
   int fd = open();
   while (::flock(fd, LOCK_EX) != 0) {
-    if (errno == EINTR) continue;
+    if (errno == EINTR) {
+      if (!isCancelled()) continue;
+      ::close(fd);
+      throw CancelledError();
+    }
     int saved = errno;
     ::close(fd);
     throw Error("Can't lock " + m_path.string() + ": " + std::strerror(saved));

@@ -12,13 +12,15 @@ class FileLock {
  public:
   // `name` is the file name, e.g. "cost-ledger.lock".
   explicit FileLock(std::string name);
+  explicit FileLock(const char* name) : FileLock(std::string(name)) {}
   // A lock file at an explicit path (tests, or stores kept elsewhere).
   explicit FileLock(std::filesystem::path path);
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
-  // Blocks until the lock is held. Throws quillora::Error when the lock file can't be opened.
+  // Blocks until the lock is held. Throws quillora::Error when the lock file can't be opened,
+  // CancelledError when Ctrl-C interrupts the wait.
   void lock();
   // Takes the lock if it is free; false when another process holds it.
   bool tryLock();

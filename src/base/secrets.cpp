@@ -10,7 +10,13 @@ namespace quillora::base {
 
 namespace {
 bool g_fromEnvironment = false;
-PlatformSecretLookup g_platformLookup;
+
+PlatformSecretLookup& platformLookup() {
+  static PlatformSecretLookup lookup = [](std::string_view account) {
+    return platformStoreSecret(account);
+  };
+  return lookup;
+}
 
 std::optional<std::string> environment(std::string_view name) {
   const char* value = std::getenv(std::string(name).c_str());
@@ -74,7 +80,7 @@ std::optional<std::string> secret(std::string_view account) {
     }
     if (auto v = environment(fallbackSecretVariable(account))) return v;
   }
-  if (g_platformLookup) return g_platformLookup(account);
+  if (const auto& lookup = platformLookup()) return lookup(account);
   return std::nullopt;
 }
 
@@ -91,6 +97,6 @@ std::vector<std::string> secretVariablesSet() {
   return names;
 }
 
-void setPlatformSecretLookup(PlatformSecretLookup lookup) { g_platformLookup = std::move(lookup); }
+void setPlatformSecretLookup(PlatformSecretLookup lookup) { platformLookup() = std::move(lookup); }
 
 }  // namespace quillora::base

@@ -35,6 +35,12 @@ std::vector<std::string> secretVariablesSet();
 // The platform secret store. The default asks `secret-tool` (or `security` on macOS) through the
 // process runner; a missing tool means "no stored secret". Tests replace it.
 using PlatformSecretLookup = std::function<std::optional<std::string>(std::string_view account)>;
+// Replaces the platform store; an empty function means there is none.
 void setPlatformSecretLookup(PlatformSecretLookup lookup);
+
+// The default lookup: `secret-tool lookup service com.quillora.app account <account>` on Linux,
+// `security find-generic-password -s com.quillora.app -a <account> -w` on macOS. `tool` replaces
+// the tool's name or path (tests). nullopt when the tool is missing, fails or prints nothing.
+std::optional<std::string> platformStoreSecret(std::string_view account, std::string_view tool = {});
 
 }  // namespace quillora::base
