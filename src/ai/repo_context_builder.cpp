@@ -158,7 +158,8 @@ std::optional<SourceFile> findSource(const RepositoryIndex& index, const std::fi
     if (!content || content->empty()) continue;
     if (std::memchr(content->data(), 0, std::min<size_t>(content->size(), 8192))) continue;
     SourceFile file{std::string(candidate.path), {}};
-    for (auto line : base::splitLines(base::sanitizeUTF8(*content))) file.lines.emplace_back(line);
+    std::string text = base::sanitizeUTF8(*content);
+    for (auto line : base::splitLines(text)) file.lines.emplace_back(line);
     if (file.lines.empty()) continue;
     return file;
   }
