@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ai/code_snippet.h"
+#include "ai/structured_prompt.h"
+#include "base/json.h"
+#include "cli/analyze_options.h"
+#include "crash/crash_report.h"
+
+namespace quillora::cli {
+
+// What `analyze --dry-run` shows: exactly what would leave the machine, prepared without a key and
+// without sending anything.
+struct DryRun {
+  ai::StructuredPrompt prompt;
+  std::vector<ai::CodeSnippet> snippets;
+  size_t inputBytes = 0;  // system text + user text + schema, as they would be sent
+  long long estimatedInputTokens = 0;  // inputBytes / 4, rounded up
+};
+
+// Collects the source excerpts (with --repo; progress lines go to standard error through
+// CLIOutput) and builds the prompt the chosen engine would get. Throws ConfigError for a bad
+// "skillFile" or "analysisLanguage" setting.
+DryRun prepareDryRun(const AnalyzeOptions& options, const crash::CrashReport& report);
+
+// The dry run as a text or Markdown result. `traceText` is the crash text as read.
+std::string renderDryRunText(const DryRun& dryRun, const AnalyzeOptions& options,
+                             const std::string& traceText);
+std::string renderDryRunMarkdown(const DryRun& dryRun, const AnalyzeOptions& options,
+                                 const std::string& traceText);
+// The "dryRun" object of the JSON result.
+base::Json dryRunJson(const DryRun& dryRun, const AnalyzeOptions& options,
+                      const std::string& traceText);
+
+}  // namespace quillora::cli
