@@ -127,7 +127,7 @@ bool isAppleSystemModule(std::string_view module) {
          startsWith(module, "com.apple.") || isOneOf(module, kAppleSystemModules);
 }
 
-bool isInApp(const StackFrame& frame, FrameForm form, const std::vector<std::string>& inAppPrefixes) {
+bool matchesInAppPrefix(const StackFrame& frame, const std::vector<std::string>& inAppPrefixes) {
   for (const std::string& prefix : inAppPrefixes) {
     if (prefix.empty()) continue;
     if (startsWith(frame.module, prefix) || startsWith(frame.symbol, prefix) ||
@@ -135,6 +135,11 @@ bool isInApp(const StackFrame& frame, FrameForm form, const std::vector<std::str
       return true;
     }
   }
+  return false;
+}
+
+bool isInApp(const StackFrame& frame, FrameForm form, const std::vector<std::string>& inAppPrefixes) {
+  if (matchesInAppPrefix(frame, inAppPrefixes)) return true;
   switch (form) {
     case FrameForm::appleWithAddress:
     case FrameForm::appleWithoutAddress: return appleFrameIsInApp(frame);

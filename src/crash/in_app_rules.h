@@ -31,6 +31,9 @@ bool isGeneratedGameMethod(std::string_view symbol);
 // "dyld", and the system frameworks such as UIKitCore or CoreFoundation).
 bool isAppleSystemModule(std::string_view module);
 
+// True when the frame's module, file or symbol starts with one of the (non-empty) prefixes.
+bool matchesInAppPrefix(const StackFrame& frame, const std::vector<std::string>& inAppPrefixes);
+
 // Whether a frame is the application's own. Configured prefixes (empty entries ignored) make a
 // frame in-app when its module, file or symbol starts with one; otherwise the rule set of its
 // form decides, and a frame is in-app unless a rule says otherwise.
