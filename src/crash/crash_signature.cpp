@@ -123,8 +123,15 @@ std::string crashSignature(const CrashReport& report) {
     }
   }
   for (const StackFrame* frame : chosen) signature += "|" + signatureFramePart(*frame);
-  if (chosen.empty() && !report.exceptionMessage.empty()) {
-    signature += "|" + signatureMessagePart(report.exceptionMessage);
+  if (chosen.empty()) {
+    // Without frames only the words are left to tell crashes apart: the message, or else the
+    // first line of the text.
+    std::string_view words = report.exceptionMessage;
+    if (words.empty()) {
+      std::string_view text = base::trim(report.rawText);
+      words = text.substr(0, text.find('\n'));
+    }
+    if (!words.empty()) signature += "|" + signatureMessagePart(words);
   }
   return signature;
 }

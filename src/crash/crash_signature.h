@@ -16,7 +16,7 @@ inline constexpr int kCrashSignatureVersion = 1;
 // Rules (version 1, see docs/crash-parsing.md): "v1|" + the exception type (or "Crash") + one "|"
 // part per frame: the normalised symbols of the first three in-app frames of the crashed thread,
 // or of its first three frames when none is in-app; a crash without frames adds its normalised
-// message instead.
+// message instead, or the first line of its text when it has no message either.
 std::string crashSignature(const CrashReport& report);
 
 // One frame's part of the signature: the symbol without addresses, offsets, line numbers,

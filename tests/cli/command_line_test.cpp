@@ -201,7 +201,7 @@ TEST_F(CommandLine, JsonFormatWritesAFailureDocument) {
 }
 
 TEST_F(CommandLine, QuietSilencesProgressButNotErrors) {
-  work.write("t.txt", "Exception\n");
+  work.write("t.txt", "java.lang.IllegalStateException: boom\n\tat com.game.Main.run(Main.java:3)\n");
   auto loud = quillora({"analyze", "--trace", "t.txt", "--dry-run"});
   EXPECT_NE(loud.err.find("No repository: the engine works from the crash alone\n"), std::string::npos);
   auto quiet = quillora({"analyze", "--trace", "t.txt", "--dry-run", "--verbose", "--quiet"});
@@ -211,7 +211,7 @@ TEST_F(CommandLine, QuietSilencesProgressButNotErrors) {
 }
 
 TEST_F(CommandLine, OutWritesTheResultToAFileAndSaysSo) {
-  work.write("t.txt", "Exception\n");
+  work.write("t.txt", "java.lang.IllegalStateException: boom\n\tat com.game.Main.run(Main.java:3)\n");
   auto r = quillora({"analyze", "--trace", "t.txt", "--dry-run", "--out", "result.txt"});
   EXPECT_EQ(r.exitCode, 0);
   EXPECT_EQ(r.out, "");
