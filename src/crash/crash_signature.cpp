@@ -82,6 +82,7 @@ std::string signatureFramePart(const StackFrame& frame) {
   static const Regex csharpArity = compileParserPattern(R"(`\d+)");
   static const Regex genericMethodArguments = compileParserPattern(R"((?<=\w)\[[^\[\]]*\])");
   static const Regex spaces = compileParserPattern(R"(\s+)");
+  static const Regex emptyScopes = compileParserPattern(R"((?:::){2,})");
 
   std::string symbol = frame.symbol;
   const Rewrite early[] = {
@@ -90,7 +91,7 @@ std::string signatureFramePart(const StackFrame& frame) {
       {javaLambda, "$$Lambda"},      {numberedLambda, "lambda$$$1"},  {anonymousClass, "$$anon"},
       {il2cppHash, ""},              {rustHash, ""},                  {swiftClosure, "closure"},
       {location, ""},                {address, ""},                   {offset, ""},
-      {csharpArity, ""},
+      {csharpArity, ""},             {emptyScopes, "::"},
   };
   for (const Rewrite& rewrite : early) symbol = rewrite.regex.replaceAll(symbol, rewrite.replacement);
   symbol = withoutGenericArguments(symbol);
