@@ -5,6 +5,8 @@
 #include "ai/analysis_prompt.h"
 #include "ai/repo_context_builder.h"
 #include "ai/skill.h"
+#include "base/strings.h"
+#include "cost/price_table.h"
 #include "cli/cli_output.h"
 
 namespace quillora::cli {
@@ -29,6 +31,14 @@ std::string tokenLine(const DryRun& d) {
                      d.inputBytes, kBytesPerToken);
 }
 
+std::string costLine(const DryRun& d, const AnalyzeOptions& o) {
+  if (!d.costRangeUSD) {
+    return "no price for " + o.model + " (add one under \"prices\" in the config)";
+  }
+  return fmt::format("${} to ${} ({} to {} output tokens)", base::formatFixed(d.costRangeUSD->first, 4),
+                     base::formatFixed(d.costRangeUSD->second, 4), kLowOutputTokens, kHighOutputTokens);
+}
+
 }  // namespace
 
 DryRun prepareDryRun(const AnalyzeOptions& options, const crash::CrashReport& report) {
@@ -49,6 +59,18 @@ DryRun prepareDryRun(const AnalyzeOptions& options, const crash::CrashReport& re
   dryRun.inputBytes = dryRun.prompt.system.size() + dryRun.prompt.user.size() + dryRun.prompt.schema.size();
   dryRun.estimatedInputTokens =
       static_cast<long long>((dryRun.inputBytes + kBytesPerToken - 1) / kBytesPerToken);
+  cost::PriceTable prices = cost::PriceTable::configured();
+  auto priced = [&](long long outputTokens) {
+    cost::AnalysisUsage usage;
+    usage.backend = std::string(ai::backendInfo(options.backend).rawValue);
+    usage.model = options.model;
+    usage.inputTokens = dryRun.estimatedInputTokens;
+    usage.outputTokens = outputTokens;
+    return prices.cost(usage, base::Clock::now());
+  };
+  auto low = priced(kLowOutputTokens);
+  auto high = priced(kHighOutputTokens);
+  if (low && high) dryRun.costRangeUSD = std::make_pair(*low, *high);
   return dryRun;
 }
 
@@ -70,6 +92,7 @@ std::string renderDryRunText(const DryRun& d, const AnalyzeOptions& o, const std
   }
   text += "Summary: " + d.prompt.summary + "\n";
   text += "Estimated input tokens: " + tokenLine(d) + "\n";
+  text += "Estimated cost: " + costLine(d, o) + "\n";
   text += "\n=== System text ===\n" + d.prompt.system + "\n";
   text += "\n=== User text ===\n" + d.prompt.user + "\n";
   return text;
@@ -85,7 +108,8 @@ std::string renderDryRunMarkdown(const DryRun& d, const AnalyzeOptions& o, const
   md += "- Notes: " + (o.notes.empty() ? std::string("none") : o.notes) + "\n";
   md += "- Schema: `" + d.prompt.schemaName + "`\n";
   md += "- Summary: " + d.prompt.summary + "\n";
-  md += "- Estimated input tokens: " + tokenLine(d) + "\n\n";
+  md += "- Estimated input tokens: " + tokenLine(d) + "\n";
+  md += "- Estimated cost: " + costLine(d, o) + "\n\n";
   md += "## Files\n\n";
   if (d.snippets.empty()) {
     md += "None.\n\n";
@@ -122,7 +146,12 @@ base::Json dryRunJson(const DryRun& d, const AnalyzeOptions& o, const std::strin
           {"summary", d.prompt.summary},
           {"files", files},
           {"inputBytes", d.inputBytes},
-          {"estimatedInputTokens", d.estimatedInputTokens}};
+          {"estimatedInputTokens", d.estimatedInputTokens},
+          {"estimatedCostUSD", d.costRangeUSD ? base::Json({{"low", base::jsonNumber(d.costRangeUSD->first)},
+                                                            {"high", base::jsonNumber(d.costRangeUSD->second)},
+                                                            {"lowOutputTokens", kLowOutputTokens},
+                                                            {"highOutputTokens", kHighOutputTokens}})
+                                              : base::Json(nullptr)}};
 }
 
 }  // namespace quillora::cli

@@ -4,7 +4,10 @@ using Game.Inventory;
 
 namespace Game.Player
 {
-    // Moves the hero, turns it towards the cursor and fires the equipped weapon.
+    // Moves the hero, turns it towards the movement direction and fires the equipped weapon.
+    // The weapon comes from the inventory at start and whenever the inventory changes it; the
+    // inventory may hold no weapon at all (unarmed levels, a broken weapon that was dropped).
+    // Lives on the Player prefab next to PlayerHealth and a CharacterController.
     [RequireComponent(typeof(CharacterController))]
     public class PlayerController : MonoBehaviour
     {
@@ -37,6 +40,19 @@ namespace Game.Player
         {
             equippedWeapon = inventory.EquippedWeapon;
         }
+
+        // Puts the hero back at a checkpoint with full health after the death screen.
+        public void Respawn(Transform checkpoint)
+        {
+            body.enabled = false;
+            transform.SetPositionAndRotation(checkpoint.position, checkpoint.rotation);
+            body.enabled = true;
+            aimDirection = checkpoint.forward;
+            health.Heal(int.MaxValue);
+        }
+
+        // Reads movement and fire input every frame while the hero is alive.
+        // Movement is camera-independent: the level is seen from a fixed top-down angle.
 
         private void Update()
         {
