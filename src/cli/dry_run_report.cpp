@@ -74,12 +74,14 @@ DryRun prepareDryRun(const AnalyzeOptions& options, const crash::CrashReport& re
   return dryRun;
 }
 
-std::string renderDryRunText(const DryRun& d, const AnalyzeOptions& o, const std::string& traceText) {
+std::string renderDryRunText(const DryRun& d, const AnalyzeOptions& o, const std::string& traceText,
+                             const std::string& crashFacts) {
   const auto& info = ai::backendInfo(o.backend);
   std::string text;
   text += "Dry run: nothing was sent to " + std::string(info.displayName) + ".\n";
   text += "Engine: " + std::string(info.displayName) + " (" + o.model + ")\n";
   text += "Crash: " + crashLabel(o, traceText) + "\n";
+  text += crashFacts;
   text += "Repository: " + o.repo.value_or("none") + "\n";
   text += "Notes: " + (o.notes.empty() ? std::string("none") : o.notes) + "\n";
   text += "Schema: " + d.prompt.schemaName + "\n";

@@ -34,9 +34,10 @@ inline constexpr long long kHighOutputTokens = 8'000;
 // "skillFile", "analysisLanguage" or price override setting.
 DryRun prepareDryRun(const AnalyzeOptions& options, const crash::CrashReport& report);
 
-// The dry run as a text or Markdown result. `traceText` is the crash text as read.
+// The dry run as a text or Markdown result. `traceText` is the crash text as read; `crashFacts`
+// (lines ending in "\n") is shown after the crash line of the text result.
 std::string renderDryRunText(const DryRun& dryRun, const AnalyzeOptions& options,
-                             const std::string& traceText);
+                             const std::string& traceText, const std::string& crashFacts = "");
 std::string renderDryRunMarkdown(const DryRun& dryRun, const AnalyzeOptions& options,
                                  const std::string& traceText);
 // The "dryRun" object of the JSON result.
