@@ -52,9 +52,10 @@ TEST_F(DryRun, ShowsTheExampleProjectsExcerptAndEverythingElseThatWouldBeSent) {
             std::string::npos);
   EXPECT_EQ(r.out.find("Library/"), std::string::npos);
   EXPECT_EQ(r.out.find("counts as consent"), std::string::npos);
-  EXPECT_EQ(r.out.substr(r.out.size() - 112),
+  std::string ending =
             "```\n</source_code>\n\nFill in every field of the JSON schema. Paths in `patch` and "
-            "`affectedFiles` are the repo-relative paths shown above.\n");
+            "`affectedFiles` are the repo-relative paths shown above.\n";
+  EXPECT_EQ(r.out.substr(r.out.size() - ending.size()), ending);
 }
 
 TEST_F(DryRun, JsonAddsADryRunObjectBesideTheResultKeys) {

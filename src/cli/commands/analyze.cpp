@@ -6,16 +6,13 @@
 #include "cli/cli_output.h"
 #include "cli/commands/commands.h"
 #include "cli/crash_json.h"
+#include "cli/dry_run_report.h"
 #include "crash/apple_crash_log_reader.h"
 #include "cli/version_info.h"
 
 namespace quillora::cli {
 
 namespace {
-
-std::string sourceLabel(const AnalyzeOptions& o) {
-  return *o.tracePath == "-" ? std::string("stdin") : *o.tracePath;
-}
 
 base::Json engineJson(const AnalyzeOptions& o) {
   const auto& info = ai::backendInfo(o.backend);
@@ -24,7 +21,7 @@ base::Json engineJson(const AnalyzeOptions& o) {
 
 int reportDryRun(CommandContext& context, const AnalyzeOptions& o, const std::string& traceText,
                  const crash::CrashReport& report, const std::vector<std::string>& warnings) {
-  const auto& info = ai::backendInfo(o.backend);
+  DryRun dryRun = prepareDryRun(o, report);
   if (context.format == "json") {
     base::Json doc = jsonResultHead("analyze", true);
     doc["exitCode"] = 0;
@@ -36,6 +33,7 @@ int reportDryRun(CommandContext& context, const AnalyzeOptions& o, const std::st
     doc["symbolication"] = nullptr;
     doc["analysis"] = nullptr;
     doc["contextFiles"] = base::Json::array();
+    for (const auto& snippet : dryRun.snippets) doc["contextFiles"].push_back(snippet.path);
     doc["usage"] = nullptr;
     doc["costUSD"] = nullptr;
     doc["durationSeconds"] = 0.0;
@@ -44,21 +42,15 @@ int reportDryRun(CommandContext& context, const AnalyzeOptions& o, const std::st
     doc["branch"] = nullptr;
     doc["verification"] = nullptr;
     doc["warnings"] = warnings;
-    doc["dryRun"] = {{"traceBytes", traceText.size()},
-                     {"notes", o.notes.empty() ? base::Json(nullptr) : base::Json(o.notes)},
-                     {"repo", o.repo ? base::Json(*o.repo) : base::Json(nullptr)},
-                     {"sent", false}};
+    doc["dryRun"] = dryRunJson(dryRun, o, traceText);
     writeJsonResult(context, doc);
     return 0;
   }
-  std::string text;
-  text += "Dry run: nothing was sent to " + std::string(info.displayName) + ".\n";
-  text += "Engine: " + std::string(info.displayName) + " (" + o.model + ")\n";
-  text += fmt::format("Crash: {} ({} bytes)\n", sourceLabel(o), traceText.size());
-  text += crashFactsText(report);
-  text += "Repository: " + o.repo.value_or("none") + "\n";
-  text += "Notes: " + (o.notes.empty() ? std::string("none") : o.notes) + "\n";
-  writeResult(context, text);
+  if (context.format == "markdown") {
+    writeResult(context, renderDryRunMarkdown(dryRun, o, traceText));
+  } else {
+    writeResult(context, renderDryRunText(dryRun, o, traceText, crashFactsText(report)));
+  }
   return 0;
 }
 
