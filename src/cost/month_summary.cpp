@@ -31,9 +31,18 @@ bool YearMonth::containsDate(std::string_view date) const {
   // The ledger's own dates are "YYYY-MM-DDThh:mm:ssZ", already in UTC: compare the prefix and
   // skip the full parse, which matters for a ledger of a hundred thousand entries.
   if (date.size() == 20 && date[4] == '-' && date[7] == '-' && date[10] == 'T' &&
-      date.back() == 'Z' && base::parseInteger(date.substr(0, 4)) &&
-      base::parseInteger(date.substr(5, 2))) {
-    return date.substr(0, 7) == text();
+      date.back() == 'Z') {
+    auto digits = [&](size_t from, size_t count) {
+      int value = 0;
+      for (char c : date.substr(from, count)) {
+        if (c < '0' || c > '9') return -1;
+        value = value * 10 + (c - '0');
+      }
+      return value;
+    };
+    int y = digits(0, 4);
+    int m = digits(5, 2);
+    if (y >= 0 && m >= 0) return y == year && m == static_cast<int>(month);
   }
   auto time = base::parseISO8601(date);
   return time && containing(*time) == *this;
