@@ -19,6 +19,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <thread>
 #include <utility>
 
 namespace quillora::base::detail {
@@ -185,6 +186,7 @@ public:
   ChildOutcome wait();
 
 private:
+  [[noreturn]] void abandon();
   void readFrom(Stream& stream, Clock::time_point now);
   void writeInput();
   void noteExit(Clock::time_point now);
@@ -357,6 +359,7 @@ ChildOutcome ChildRun::wait() {
       if (!m_timedOut) tick(now);
       while (nextTick <= now)
         nextTick += m_timing.tick;
+      if (m_timedOut && m_spec.abandonWhenOverTime) abandon();
     }
     if (m_killAt && now >= *m_killAt) {
       killGroup(SIGKILL);
@@ -379,6 +382,21 @@ ChildOutcome ChildRun::wait() {
   if (m_cancelled) throw CancelledError();
   if (m_timedOut) throw *m_timedOut;
   return {exitStatus(status), std::move(m_out.data), std::move(m_err.data)};
+}
+
+void ChildRun::abandon() {
+  m_out.fd.reset();
+  m_err.fd.reset();
+  m_in.reset();
+  m_pidfd.reset();
+  // Reaped in the background once it ends; nothing waits for that.
+  std::thread([pid = m_pid] {
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+  }).detach();
+  m_pid = -1;
+  throw *m_timedOut;
 }
 
 void ChildRun::readFrom(Stream& stream, Clock::time_point now) {
@@ -458,7 +476,7 @@ void ChildRun::tick(Clock::time_point now) {
   std::string tail = source.substr(source.size() - std::min(source.size(), kTailBytes));
   m_timedOut.emplace(m_spec.label, static_cast<int64_t>(limit.count()),
                      decodeLossy(std::move(tail)), stalled);
-  stop(now);
+  if (!m_spec.abandonWhenOverTime) stop(now);
 }
 
 void ChildRun::stop(Clock::time_point now) {

@@ -22,6 +22,9 @@ struct ChildSpec {
   std::string label;
   const LineCallback* onStdoutLine = nullptr;
   const LineCallback* onStderrLine = nullptr;
+  // Over its limit, the child is left to finish on its own instead of being stopped: a login
+  // shell killed halfway through the user's profile can leave that profile's state broken.
+  bool abandonWhenOverTime = false;
 };
 
 // The raw bytes of both outputs, undecoded.

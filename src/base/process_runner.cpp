@@ -18,8 +18,6 @@ namespace quillora::base {
 namespace {
 constexpr const char* kDefaultSearchPath =
     "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
-// A login shell whose profile waits for input must not hold up every tool for ever.
-constexpr Seconds kLoginShellLimit{10};
 
 bool isExecutableFile(const std::string& path) {
   struct stat info {};
@@ -124,12 +122,15 @@ const std::string& ProcessRunner::loginSearchPath() {
 }
 
 std::string ProcessRunner::computeLoginSearchPath(std::string_view shell,
-                                                  const std::filesystem::path& home) {
+                                                  const std::filesystem::path& home,
+                                                  Seconds limit) {
   detail::ChildSpec spec;
   spec.path = shell.empty() ? "/bin/zsh" : std::string(shell);
   spec.argv = {spec.path, "-l", "-c", "printf %s \"$PATH\""};
   spec.environment = currentEnvironment();
-  spec.timeLimit = kLoginShellLimit;
+  // A slow profile (or one waiting for input) must not hold up every tool for ever.
+  spec.timeLimit = limit;
+  spec.abandonWhenOverTime = true;
   spec.label = spec.path;
 
   std::string printed;

@@ -79,9 +79,11 @@ public:
 
   // The login shell's PATH followed by the extra tool folders, computed on first use and cached.
   static const std::string& loginSearchPath();
-  // One computation of the above with the given shell (empty: "/bin/zsh") and home folder.
+  // One computation of the above with the given shell (empty: "/bin/zsh") and home folder. A
+  // shell still busy after `limit` counts as one that printed nothing; it is left to finish.
   static std::string computeLoginSearchPath(std::string_view shell,
-                                            const std::filesystem::path& home);
+                                            const std::filesystem::path& home,
+                                            Seconds limit = Seconds(10));
 
 private:
   ProcessTiming m_timing;

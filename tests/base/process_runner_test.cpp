@@ -227,11 +227,13 @@ TEST(ProcessRunner, DoesNotWaitForWhatAFinishedToolLeftHoldingItsOutput) {
 }
 
 TEST(ProcessRunner, CtrlCStopsTheChildAndCancelsTheCall) {
-  std::thread user([] {
-    std::this_thread::sleep_for(300ms);
+  TempDir dir;
+  std::thread user([&] {
+    while (!std::filesystem::exists(dir.path() / "self"))
+      std::this_thread::sleep_for(20ms);
+    std::this_thread::sleep_for(100ms);
     setCancelled(true);
   });
-  TempDir dir;
   ProcessRequest request = shell("echo $$ > self; exec sleep 30");
   request.workingDirectory = dir.path();
   EXPECT_THROW((void)kRunner.run(request), CancelledError);
@@ -327,6 +329,15 @@ TEST(ProcessRunner, LoginSearchPathIsTheShellsPathFollowedByTheToolFolders) {
   for (const auto& c : cases) {
     EXPECT_EQ(ProcessRunner::computeLoginSearchPath(c.shell, "/h"), c.expected) << c.shell;
   }
+  // A slow shell isn't waited for, and isn't killed halfway through the user's profile either.
+  auto slow = dir.write("slow", "#!/bin/sh\nsleep 1.5; echo finished > \"$0.done\"; printf /x\n");
+  std::filesystem::permissions(slow, std::filesystem::perms(0755));
+  EXPECT_EQ(ProcessRunner::computeLoginSearchPath(slow.string(), "/h", 0.5s), fallback + extras);
+  for (int i = 0; i < 100 && !std::filesystem::exists(dir.path() / "slow.done"); ++i) {
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_TRUE(std::filesystem::exists(dir.path() / "slow.done"));
+
   if (!std::filesystem::exists("/bin/zsh")) {
     EXPECT_EQ(ProcessRunner::computeLoginSearchPath("", "/h"), fallback);
   }
