@@ -186,7 +186,7 @@ public:
   ChildOutcome wait();
 
 private:
-  [[noreturn]] void abandon();
+  void abandon();
   void readFrom(Stream& stream, Clock::time_point now);
   void writeInput();
   void noteExit(Clock::time_point now);
@@ -352,6 +352,10 @@ ChildOutcome ChildRun::wait() {
     if (m_exited) continue;
 
     if (isCancelled() && !m_stopping) {
+      if (m_spec.abandonInsteadOfStopping) {
+        abandon();
+        throw CancelledError();
+      }
       m_cancelled = true;
       stop(now);
     }
@@ -359,7 +363,10 @@ ChildOutcome ChildRun::wait() {
       if (!m_timedOut) tick(now);
       while (nextTick <= now)
         nextTick += m_timing.tick;
-      if (m_timedOut && m_spec.abandonWhenOverTime) abandon();
+      if (m_timedOut && m_spec.abandonInsteadOfStopping) {
+        abandon();
+        throw *m_timedOut;
+      }
     }
     if (m_killAt && now >= *m_killAt) {
       killGroup(SIGKILL);
@@ -396,7 +403,6 @@ void ChildRun::abandon() {
     }
   }).detach();
   m_pid = -1;
-  throw *m_timedOut;
 }
 
 void ChildRun::readFrom(Stream& stream, Clock::time_point now) {
@@ -476,7 +482,7 @@ void ChildRun::tick(Clock::time_point now) {
   std::string tail = source.substr(source.size() - std::min(source.size(), kTailBytes));
   m_timedOut.emplace(m_spec.label, static_cast<int64_t>(limit.count()),
                      decodeLossy(std::move(tail)), stalled);
-  if (!m_spec.abandonWhenOverTime) stop(now);
+  if (!m_spec.abandonInsteadOfStopping) stop(now);
 }
 
 void ChildRun::stop(Clock::time_point now) {

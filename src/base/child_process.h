@@ -22,9 +22,9 @@ struct ChildSpec {
   std::string label;
   const LineCallback* onStdoutLine = nullptr;
   const LineCallback* onStderrLine = nullptr;
-  // Over its limit, the child is left to finish on its own instead of being stopped: a login
-  // shell killed halfway through the user's profile can leave that profile's state broken.
-  bool abandonWhenOverTime = false;
+  // Over its limit or on Ctrl-C the child is no longer waited for but left to finish on its own:
+  // a login shell killed halfway through the user's profile can leave that profile's state broken.
+  bool abandonInsteadOfStopping = false;
 };
 
 // The raw bytes of both outputs, undecoded.

@@ -130,7 +130,7 @@ std::string ProcessRunner::computeLoginSearchPath(std::string_view shell,
   spec.environment = currentEnvironment();
   // A slow profile (or one waiting for input) must not hold up every tool for ever.
   spec.timeLimit = limit;
-  spec.abandonWhenOverTime = true;
+  spec.abandonInsteadOfStopping = true;
   spec.label = spec.path;
 
   std::string printed;
