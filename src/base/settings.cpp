@@ -16,6 +16,7 @@ const std::vector<SettingDefinition>& knownSettings() {
       {"openAIModel", T::text},
       {"geminiModel", T::text},
       {"claudePath", T::text},
+      {"claudeCode.maxBudgetUSD", T::number},
       {"anthropicBaseURL", T::text},
       {"openAIBaseURL", T::text},
       {"geminiBaseURL", T::text},
