@@ -68,7 +68,13 @@ std::optional<FrameReading> appleFrame(const RegexMatch& m, FrameForm form) {
   reading.hasIndex = true;
   reading.frame.index = lineNumber(m.group(1)).value_or(0);
   reading.frame.module = std::string(m.group(2));
-  reading.frame.symbol = removeTail(offsetTail, removeTail(compilerGenerated, std::string(m.group(3))));
+  reading.frame.symbol = std::string(m.group(3));
+  if (reading.frame.symbol.find("(<compiler-generated>)") != std::string::npos) {
+    reading.frame.symbol = removeTail(compilerGenerated, std::move(reading.frame.symbol));
+  }
+  if (reading.frame.symbol.find('+') != std::string::npos) {
+    reading.frame.symbol = removeTail(offsetTail, std::move(reading.frame.symbol));
+  }
   if (m.hasGroup(4)) {
     reading.frame.file = std::string(m.group(4));
     reading.frame.line = lineNumber(m.group(5));
@@ -86,11 +92,16 @@ std::optional<FrameReading> androidNativeFrame(const RegexMatch& m) {
   reading.hasIndex = true;
   reading.frame.index = lineNumber(m.group(1)).value_or(0);
   reading.frame.module = std::string(m.group(2));
-  std::string rest = removeAll(offset, removeAll(buildId, m.group(3)));
-  if (auto location = fileLine.search(rest)) {
-    reading.frame.file = std::string(location->group(1));
-    reading.frame.line = lineNumber(location->group(2));
-    rest.erase(location->start());
+  // Each clean-up pattern runs only when its text can be there at all.
+  std::string rest(m.group(3));
+  if (rest.find("(BuildId:") != std::string::npos) rest = removeAll(buildId, rest);
+  if (rest.find("(offset 0x") != std::string::npos) rest = removeAll(offset, rest);
+  if (rest.find(':') != std::string::npos) {
+    if (auto location = fileLine.search(rest)) {
+      reading.frame.file = std::string(location->group(1));
+      reading.frame.line = lineNumber(location->group(2));
+      rest.erase(location->start());
+    }
   }
   std::string_view symbol = base::trim(rest);
   if (!symbol.empty() && symbol.front() == '(') {
@@ -107,7 +118,10 @@ std::optional<FrameReading> androidNativeFrame(const RegexMatch& m) {
     }
     symbol = close == std::string_view::npos ? symbol.substr(1) : symbol.substr(1, close - 1);
   }
-  reading.frame.symbol = removeTail(symbolOffset, std::string(base::trim(symbol)));
+  reading.frame.symbol = std::string(base::trim(symbol));
+  if (reading.frame.symbol.find('+') != std::string::npos) {
+    reading.frame.symbol = removeTail(symbolOffset, std::move(reading.frame.symbol));
+  }
   return reading;
 }
 
@@ -158,9 +172,21 @@ std::optional<FrameReading> windowsFrame(const RegexMatch& m) {
   return reading;
 }
 
-bool startsWithDigit(std::string_view line) { return !line.empty() && line[0] >= '0' && line[0] <= '9'; }
+// Cheap necessary conditions, checked before a pattern is tried: most lines of a long trace are
+// register dumps, memory maps and log noise that fail here without a regular expression.
+bool startsWithIndexAndBlank(std::string_view line) {
+  size_t digits = 0;
+  while (digits < line.size() && line[digits] >= '0' && line[digits] <= '9') ++digits;
+  return digits > 0 && digits < line.size() && (line[digits] == ' ' || line[digits] == '\t');
+}
 bool startsWithAt(std::string_view line) {
   return line.size() > 3 && line[0] == 'a' && line[1] == 't' && (line[2] == ' ' || line[2] == '\t');
+}
+bool endsWith(std::string_view line, char c) { return !line.empty() && line.back() == c; }
+bool contains(std::string_view line, std::string_view part) { return line.find(part) != std::string_view::npos; }
+bool isNameCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         c == '.' || c == '-' || static_cast<unsigned char>(c) >= 0x80;
 }
 
 std::optional<FrameReading> attempt(Attempt kind, std::string_view line) {
@@ -185,41 +211,44 @@ std::optional<FrameReading> attempt(Attempt kind, std::string_view line) {
   // characters saves most of the regular-expression work on long traces.
   switch (kind) {
     case Attempt::appleWithAddress:
-      if (!startsWithDigit(line)) return std::nullopt;
+      if (!startsWithIndexAndBlank(line) || !contains(line, "0x")) return std::nullopt;
       if (auto m = appleWithAddress.search(line)) return appleFrame(*m, FrameForm::appleWithAddress);
       return std::nullopt;
     case Attempt::appleWithoutAddress:
-      if (!startsWithDigit(line)) return std::nullopt;
+      if (!startsWithIndexAndBlank(line) || !endsWith(line, ')')) return std::nullopt;
       if (auto m = appleWithoutAddress.search(line))
         return appleFrame(*m, FrameForm::appleWithoutAddress);
       return std::nullopt;
     case Attempt::androidNative:
-      if (line.empty() || line[0] != '#') return std::nullopt;
+      if (line.size() < 5 || line[0] != '#' || !contains(line, "pc")) return std::nullopt;
       if (auto m = androidNative.search(line)) return androidNativeFrame(*m);
       return std::nullopt;
     case Attempt::java:
     case Attempt::javaWithJavaLocation:
-      if (!startsWithAt(line)) return std::nullopt;
+      if (!startsWithAt(line) || !contains(line, "(")) return std::nullopt;
       if (auto m = java.search(line)) return javaFrame(*m, kind == Attempt::javaWithJavaLocation);
       return std::nullopt;
     case Attempt::javaConsole:
-      if (line.empty() || line.back() != ')') return std::nullopt;
+      if (!endsWith(line, ')') || (!contains(line, ".java") && !contains(line, ".kt") &&
+                                    !contains(line, "Source") && !contains(line, "Native Method"))) {
+        return std::nullopt;
+      }
       if (auto m = unityWithoutLocation.search(line)) return javaConsoleFrame(*m);
       return std::nullopt;
     case Attempt::unityWithLocation:
-      if (line.find("(at") == std::string_view::npos) return std::nullopt;
+      if (!endsWith(line, ')') || !contains(line, "(at")) return std::nullopt;
       if (auto m = unityWithLocation.search(line)) return managedFrame(*m, FrameForm::unityWithLocation);
       return std::nullopt;
     case Attempt::dotNet:
-      if (!startsWithAt(line)) return std::nullopt;
+      if (!startsWithAt(line) || !contains(line, "(")) return std::nullopt;
       if (auto m = dotNet.search(line)) return managedFrame(*m, FrameForm::dotNet);
       return std::nullopt;
     case Attempt::windows:
-      if (line.find('!') == std::string_view::npos) return std::nullopt;
+      if (!isNameCharacter(line[0]) || !contains(line, "!")) return std::nullopt;
       if (auto m = windows.search(line)) return windowsFrame(*m);
       return std::nullopt;
     case Attempt::unityWithoutLocation:
-      if (line.empty() || line.back() != ')') return std::nullopt;
+      if (!endsWith(line, ')') || !contains(line, "(")) return std::nullopt;
       if (auto m = unityWithoutLocation.search(line))
         return managedFrame(*m, FrameForm::unityWithoutLocation);
       return std::nullopt;

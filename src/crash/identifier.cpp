@@ -5,7 +5,7 @@
 
 namespace quillora::crash {
 
-std::string newIdentifier() {
+Identifier newIdentifier() {
   // Identity for lists, not security: a seeded per-thread generator is plenty and far cheaper
   // than asking the kernel for every frame of a 2 MB trace.
   thread_local std::mt19937_64 generator{std::random_device{}()};
@@ -14,19 +14,19 @@ std::string newIdentifier() {
   high = (high & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;  // version 4
   low = (low & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;    // RFC 4122 variant
   static constexpr char kHex[] = "0123456789abcdef";
-  std::string out;
-  out.reserve(36);
+  Identifier out;
+  size_t at = 0;
   auto put = [&](uint64_t value, int fromNibble, int toNibble) {
-    for (int i = fromNibble; i > toNibble; --i) out.push_back(kHex[(value >> ((i - 1) * 4)) & 0xF]);
+    for (int i = fromNibble; i > toNibble; --i) out.text[at++] = kHex[(value >> ((i - 1) * 4)) & 0xF];
   };
   put(high, 16, 8);
-  out.push_back('-');
+  out.text[at++] = '-';
   put(high, 8, 4);
-  out.push_back('-');
+  out.text[at++] = '-';
   put(high, 4, 0);
-  out.push_back('-');
+  out.text[at++] = '-';
   put(low, 16, 12);
-  out.push_back('-');
+  out.text[at++] = '-';
   put(low, 12, 0);
   return out;
 }

@@ -10,7 +10,7 @@ namespace quillora::crash {
 
 // One frame of a thread, as read from a trace. Plain value; copy freely.
 struct StackFrame {
-  std::string id = newIdentifier();  // identity for lists; fresh on creation and on decoding
+  Identifier id = newIdentifier();  // identity for lists; fresh on creation and on decoding
   int index = 0;                     // position as the trace numbers it (0 = innermost)
   std::string module;                // binary, assembly, package or library; may be empty
   std::string symbol;                // function or method, cleaned; may be empty

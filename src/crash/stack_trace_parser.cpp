@@ -1,6 +1,7 @@
 #include "crash/stack_trace_parser.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 
 #include "base/settings.h"
@@ -46,7 +47,7 @@ class LineCursor {
 // The text with every line trimmed, for the exception patterns, which anchor at line starts.
 std::string trimmedLines(std::string_view text) {
   std::string out;
-  out.reserve(text.size());
+  out.reserve(text.size() + 1);  // a text without a final newline gains one
   LineCursor cursor(text);
   std::string_view line;
   while (cursor.next(line)) {
@@ -78,8 +79,10 @@ Header readHeader(std::string_view line) {
 
   Header header;
   if (line.size() < 6 || line.size() > kMaxFrameLineLength) return header;
+  auto startsWith = [&](std::string_view prefix) { return line.substr(0, prefix.size()) == prefix; };
   switch (line[0]) {
     case 'T':
+      if (!startsWith("Thread")) break;
       if (auto m = thread.search(line)) {
         header.kind = HeaderKind::thread;
         header.number = static_cast<int>(base::parseInteger(m->group(1)).value_or(-1));
@@ -92,6 +95,7 @@ Header readHeader(std::string_view line) {
       }
       break;
     case 'C':
+      if (!startsWith("Crashed:")) break;
       if (auto m = crashed.search(line)) {
         header.kind = HeaderKind::crashed;
         header.crashed = true;
@@ -100,12 +104,14 @@ Header readHeader(std::string_view line) {
       }
       break;
     case 'L':
+      if (!startsWith("Last Exception Backtrace")) break;
       if (lastException.test(line)) {
         header.kind = HeaderKind::lastException;
         header.name = "Last Exception Backtrace";
       }
       break;
     case 'p':
+      if (!startsWith("pid:")) break;
       if (auto m = tombstoneThread.search(line)) {
         header.kind = HeaderKind::tombstoneThread;
         header.name = base::trimmed(m->group(2));
@@ -140,6 +146,18 @@ CrashReport StackTraceParser::parse(std::string text) const {
   }
 
   std::map<int, std::string> threadNames;  // from "Thread N name:" lines
+  // Frames of the last thread gather in a deque and move into its vector once the thread ends:
+  // a growing vector would briefly hold old and new storage, a third more than the frames.
+  std::deque<StackFrame> pending;
+  auto flush = [&] {
+    if (report.threads.empty()) return;
+    std::vector<StackFrame>& frames = report.threads.back().frames;
+    frames.reserve(frames.size() + pending.size());
+    while (!pending.empty()) {
+      frames.push_back(std::move(pending.front()));
+      pending.pop_front();
+    }
+  };
   bool implicitFirstThread = false;
   bool sawTombstoneThread = false;
   LineCursor cursor(text);
@@ -161,9 +179,11 @@ CrashReport StackTraceParser::parse(std::string text) const {
         [[fallthrough]];
       case HeaderKind::crashed:
       case HeaderKind::lastException:
+        flush();
         report.threads.push_back(newThread(header.name, header.crashed));
         continue;
       case HeaderKind::tombstoneThread:
+        flush();
         report.threads.push_back(newThread(header.name, !sawTombstoneThread));
         sawTombstoneThread = true;
         continue;
@@ -174,11 +194,11 @@ CrashReport StackTraceParser::parse(std::string text) const {
       report.threads.push_back(newThread("Thread 0", false));
       implicitFirstThread = true;
     }
-    ThreadTrace& thread = report.threads.back();
-    if (!reading->hasIndex) reading->frame.index = static_cast<int>(thread.frames.size());
+    if (!reading->hasIndex) reading->frame.index = static_cast<int>(pending.size());
     reading->frame.isInApp = isInApp(reading->frame, reading->form, m_inAppPrefixes);
-    thread.frames.push_back(std::move(reading->frame));
+    pending.push_back(std::move(reading->frame));
   }
+  flush();
   bool anyCrashed = std::any_of(report.threads.begin(), report.threads.end(),
                                 [](const ThreadTrace& t) { return t.isCrashed; });
   if (implicitFirstThread && !anyCrashed) report.threads.front().isCrashed = true;

@@ -11,7 +11,7 @@ namespace quillora::crash {
 
 // One thread of a crash, frames innermost first.
 struct ThreadTrace {
-  std::string id = newIdentifier();  // identity for lists; fresh on creation and on decoding
+  Identifier id = newIdentifier();  // identity for lists; fresh on creation and on decoding
   std::string name;
   bool isCrashed = false;
   std::vector<StackFrame> frames;

@@ -154,7 +154,8 @@ TEST(CrashReport, EncodesItsKeysAndDecodesWithFreshIdentities) {
   EXPECT_NE(first.threads[0].id, second.threads[0].id);
   EXPECT_NE(first.threads[0].frames[0].id, second.threads[0].frames[0].id);
   EXPECT_NE(first.threads[0].frames[0].id, report.threads[0].frames[0].id);
-  EXPECT_EQ(first.threads[0].frames[0].id.size(), 36u);
+  EXPECT_EQ(first.threads[0].frames[0].id.view().size(), 36u);
+  EXPECT_EQ(first.threads[0].frames[0].id.view()[14], '4');
 }
 
 TEST(CrashReport, DecodingIsLenient) {

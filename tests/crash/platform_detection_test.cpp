@@ -1,7 +1,11 @@
 // Platform detection: the weighted scores and the decision order.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "crash/parser_pattern.h"
 #include "crash/platform_detection.h"
+#include "support/test_support.h"
 
 namespace quillora::crash {
 namespace {
@@ -57,6 +61,57 @@ TEST(PlatformDetection, CountsNonOverlappingMatchesTimesWeight) {
   EXPECT_EQ(scores.androidJava, 2u);
   EXPECT_EQ(scores.androidNative, 4u);  // "#00 pc " and ".so"
   EXPECT_EQ(scores.iOSNative, 1u);
+}
+
+}  // namespace
+}  // namespace quillora::crash
+
+namespace quillora::crash {
+namespace {
+
+// The scores must be exactly those of the detection table's patterns, each counted over the
+// whole text in one piece, whatever way the scan is organised.
+PlatformScores scoresByTheTable(std::string_view text) {
+  auto count = [&](const char* pattern) {
+    return countMatches(compileParserPattern(pattern, true), text);
+  };
+  PlatformScores scores;
+  scores.unity = 3 * count(
+      R"(UnityFramework|libunity\.so|libil2cpp\.so|il2cpp::|UnityEngine\.|\(at Assets/|\.cs:\d+|_m[0-9A-F]{8,}\b)");
+  scores.unreal = 3 * count(
+      R"(\w!\w.*\[.+:\d+\]|UnrealGame|UE4|UE5|libUnreal\.so|libUE4\.so|FDebug::|UObject|Assertion failed:.*\[File:)");
+  scores.androidJava =
+      2 * count(R"(^\s*at\s+[\w$.]+\.[\w$<>]+\([\w$.]+\.(?:java|kt):\d+\)|java\.lang\.|kotlin\.|^Caused by:)");
+  scores.androidNative = 2 * count(R"(^\s*#\d+\s+pc\s+|\.so\b|tombstone|backtrace:)");
+  scores.iOSNative = count(
+      R"(^\s*\d+\s+\S+\s+0x[0-9a-fA-F]+\s|EXC_[A-Z_]+|com\.apple\.|\.swift:\d+|libsystem_kernel|UIKitCore)");
+  return scores;
+}
+
+TEST(PlatformDetection, ScoresEqualTheTablePatternsCountedWhole) {
+  std::vector<std::string> texts = {
+      "UObject!Foo [a.cpp:1]",  // the `\w!` alternative right after another match
+      "UE4!x [a:1] a!b [c:2] UE5",
+      "x !a [b:1] y!z [c:2] !! a!!b [d:3]\n é!x [a:1] \xff!x [a:1]",
+      "at java.lang.Thread.run(Thread.java:1)\n  at kotlin.A.b(A.kt:2)\nCaused by: java.lang.X",
+      "libil2cpp.so il2cpp::vm (at Assets/A.cs:3) Foo_m0123456789 UnityEngine.X",
+      "12\nfoo 0x1 bar\n  3 Game 0xAB x EXC_BAD_ACCESS com.apple.x a.swift:4 UIKitCore",
+      "#00 pc 12 /a/libx.so (BuildId: 1) tombstone backtrace:\n   #1 pc 0 b.so\n",
+      "",
+  };
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(testing::fixture("crash"))) {
+    if (entry.is_regular_file()) texts.push_back(testing::readText(entry.path()));
+  }
+  for (const std::string& text : texts) {
+    PlatformScores fast = scorePlatforms(text);
+    PlatformScores whole = scoresByTheTable(text);
+    std::string head = text.substr(0, 60);
+    EXPECT_EQ(fast.unity, whole.unity) << head;
+    EXPECT_EQ(fast.unreal, whole.unreal) << head;
+    EXPECT_EQ(fast.androidJava, whole.androidJava) << head;
+    EXPECT_EQ(fast.androidNative, whole.androidNative) << head;
+    EXPECT_EQ(fast.iOSNative, whole.iOSNative) << head;
+  }
 }
 
 }  // namespace
