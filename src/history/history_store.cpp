@@ -21,13 +21,6 @@ namespace quillora::history {
 
 namespace fs = std::filesystem;
 
-struct HistoryStore::Snapshot {
-  std::vector<AnalysisSummary> summaries;
-  std::optional<Stamp> stamp;
-  mutable std::once_flag matchIndexOnce;
-  mutable std::shared_ptr<const MatchIndex> matchIndex;
-};
-
 namespace {
 
 constexpr size_t kMinimumPrefix = 6;
@@ -43,25 +36,29 @@ bool newerFirst(const AnalysisSummary& a, const AnalysisSummary& b) {
   return a.id < b.id;
 }
 
-enum class IndexState { ok, rebuild };
+std::optional<AnalysisSummary> decodeElement(std::string_view element) {
+  auto json = base::parseJson(element);
+  if (!json) return std::nullopt;
+  return analysisSummaryFromJson(*json);
+}
 
-// Decodes index.json; anything but a current index of this version asks for a rebuild.
-IndexState decodeIndex(const std::optional<std::string>& text, std::vector<AnalysisSummary>& out) {
-  if (!text) return IndexState::rebuild;
-  auto json = base::parseJson(*text);
-  if (!json || !json->is_object()) return IndexState::rebuild;
-  if (base::readInteger(*json, "version") != HistoryStore::kIndexVersion ||
-      base::readInteger(*json, "signatureVersion") != kSignatureVersion) {
-    return IndexState::rebuild;
+std::string encodeElement(const AnalysisSummary& summary) {
+  return base::dumpJsonCompact(toJson(summary));
+}
+
+// index.json as this version writes it, or nullopt when it must be rebuilt.
+std::optional<IndexFile> usableIndex(std::optional<std::string> text) {
+  if (!text) return std::nullopt;
+  auto file = IndexFile::split(std::move(*text));
+  if (!file || file->version() != HistoryStore::kIndexVersion ||
+      file->signatureVersion() != kSignatureVersion) {
+    return std::nullopt;
   }
-  auto list = json->find("summaries");
-  if (list != json->end() && list->is_array()) {
-    out.reserve(list->size());
-    for (const base::Json& element : *list) {
-      if (auto summary = analysisSummaryFromJson(element)) out.push_back(std::move(*summary));
-    }
-  }
-  return IndexState::ok;
+  return file;
+}
+
+IndexFile emptyIndex() {
+  return *IndexFile::split(IndexFile::compose(HistoryStore::kIndexVersion, kSignatureVersion, {}));
 }
 
 void appendLine(std::string& text, std::string_view line) {
@@ -105,6 +102,133 @@ std::string searchText(const AnalysisSummary& s) {
   return folded(text);
 }
 
+namespace {
+
+// The summary keys whose values make up the search text (see searchText()).
+bool isSearchKey(std::string_view key) {
+  static constexpr std::string_view kKeys[] = {
+      "title",      "subjectLine", "platform",  "exceptionType",  "blameSymbol", "topFrames",
+      "rootCauseExcerpt", "severity", "confidence", "engineLabel", "appID",      "appName",
+      "issueID",    "issueTitle",  "issueURL",  "ticketKey",      "ticketURL",   "ticketKeys",
+      "branch",     "pullRequestURL", "verification", "repoPath", "signature",  "source"};
+  return std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys);
+}
+
+bool isQuoted(std::string_view value) {
+  return value.size() >= 2 && value.front() == '"' && value.back() == '"';
+}
+
+// Whether an element's summary would match a search, told from its text alone: what decoding
+// the element and searchText() would say, for the elements whose text is plain (no escapes, one
+// key each, strings where strings belong). nullopt for any other element: decode it.
+std::optional<bool> quickMatch(std::string_view element, std::string_view needle, RawFolder& folder) {
+  if (element.find('\\') != std::string_view::npos) return std::nullopt;
+  auto fields = IndexFile::fields(element);
+  if (!fields) return std::nullopt;
+  bool usableID = false, usableDate = false, hit = false;
+  std::string folded;
+  auto contains = [&](std::string_view text) {
+    folder.fold(text, folded);
+    return folded.find(needle) != std::string::npos;
+  };
+  for (size_t i = 0; i < fields->size(); ++i) {
+    auto [key, value] = (*fields)[i];
+    for (size_t j = 0; j < i; ++j) {
+      if ((*fields)[j].first == key) return std::nullopt;  // the last one would win
+    }
+    std::string_view inner = isQuoted(value) ? value.substr(1, value.size() - 2) : std::string_view();
+    if (key == "id" || key == "date") {
+      if (!isQuoted(value)) return std::nullopt;
+      if (key == "id") usableID = isUsableRecordID(inner);
+      else usableDate = base::parseISO8601(inner).has_value();
+      continue;
+    }
+    if (hit || !isSearchKey(key) || value == "null") continue;
+    if (isQuoted(value)) {
+      if (key == "platform") {
+        auto platform = crash::crashPlatformFromDisplayName(inner).value_or(crash::CrashPlatform::unknown);
+        hit = contains(crash::displayName(platform));
+      } else if (key == "source") {
+        hit = contains(sourceDisplayName(inner).value_or(inner));
+      } else {
+        hit = contains(inner);
+      }
+    } else if (value.front() == '[') {
+      // Strings only: then a needle without quotes can't reach from one into the next.
+      for (size_t at = 1; at + 1 < value.size();) {
+        char c = value[at];
+        if (c == '"') {
+          size_t close = value.find('"', at + 1);
+          if (close == std::string_view::npos) return std::nullopt;
+          hit = hit || contains(value.substr(at + 1, close - at - 1));
+          at = close + 1;
+        } else if (c == ',' || c == ' ' || c == '\n' || c == '\t' || c == '\r') {
+          ++at;
+        } else {
+          return std::nullopt;
+        }
+      }
+    } else {
+      return std::nullopt;  // a number read as text: decoding knows how it reads
+    }
+  }
+  return usableID && usableDate && hit;
+}
+
+}  // namespace
+
+// One reading of index.json. Summaries are decoded when first asked for, then kept.
+struct HistoryStore::Snapshot {
+  Snapshot(IndexFile indexFile, std::optional<Stamp> fileStamp)
+      : file(std::move(indexFile)), stamp(fileStamp), decoded(file.size()), state(file.size(), 0) {}
+
+  [[nodiscard]] size_t size() const { return file.size(); }
+
+  // The summary at `index`, or nullptr when that element doesn't decode.
+  const AnalysisSummary* at(size_t index) const {
+    std::lock_guard guard(mutex);
+    return atLocked(index);
+  }
+
+  std::shared_ptr<const std::vector<AnalysisSummary>> everything() const {
+    std::lock_guard guard(mutex);
+    if (!all) {
+      auto list = std::make_shared<std::vector<AnalysisSummary>>();
+      list->reserve(size());
+      for (size_t i = 0; i < size(); ++i) {
+        if (const AnalysisSummary* summary = atLocked(i)) list->push_back(*summary);
+      }
+      all = std::move(list);
+    }
+    return all;
+  }
+
+  [[nodiscard]] size_t knownBad() const {
+    std::lock_guard guard(mutex);
+    return static_cast<size_t>(std::count(state.begin(), state.end(), 2));
+  }
+
+  IndexFile file;
+  std::optional<Stamp> stamp;
+  mutable std::once_flag matchIndexOnce;
+  mutable std::shared_ptr<const MatchIndex> matchIndex;
+
+ private:
+  const AnalysisSummary* atLocked(size_t index) const {
+    if (state[index] == 0) {
+      auto summary = decodeElement(file.element(index));
+      state[index] = summary ? 1 : 2;
+      if (summary) decoded[index] = std::make_unique<AnalysisSummary>(std::move(*summary));
+    }
+    return decoded[index].get();
+  }
+
+  mutable std::mutex mutex;
+  mutable std::vector<std::unique_ptr<AnalysisSummary>> decoded;
+  mutable std::vector<uint8_t> state;  // 0 not yet decoded, 1 decoded, 2 undecodable
+  mutable std::shared_ptr<const std::vector<AnalysisSummary>> all;
+};
+
 HistoryStore& HistoryStore::shared() {
   static HistoryStore store(base::appSupportDirectory());
   return store;
@@ -132,10 +256,8 @@ std::optional<HistoryStore::Stamp> HistoryStore::indexStamp() const {
   return stamp;
 }
 
-void HistoryStore::remember(std::vector<AnalysisSummary> summaries) {
-  auto snapshot = std::make_shared<Snapshot>();
-  snapshot->summaries = std::move(summaries);
-  snapshot->stamp = indexStamp();
+void HistoryStore::remember(IndexFile file) {
+  auto snapshot = std::make_shared<const Snapshot>(std::move(file), indexStamp());
   std::lock_guard guard(m_mutex);
   m_snapshot = std::move(snapshot);
 }
@@ -149,13 +271,9 @@ std::shared_ptr<const HistoryStore::Snapshot> HistoryStore::current() {
     if (m_snapshot && stamp && m_snapshot->stamp == stamp) return m_snapshot;
   }
   // index.json is only ever replaced by a rename, so reading it without the lock is safe.
-  std::vector<AnalysisSummary> summaries;
-  if (!stamp || decodeIndex(base::readFile(indexPath()), summaries) == IndexState::rebuild) {
-    return loadLocked();
-  }
-  auto snapshot = std::make_shared<Snapshot>();
-  snapshot->summaries = std::move(summaries);
-  snapshot->stamp = stamp;
+  auto file = stamp ? usableIndex(base::readFile(indexPath())) : std::nullopt;
+  if (!file) return loadLocked();
+  auto snapshot = std::make_shared<const Snapshot>(std::move(*file), stamp);
   std::lock_guard guard(m_mutex);
   m_snapshot = snapshot;
   return snapshot;
@@ -169,21 +287,26 @@ std::shared_ptr<const HistoryStore::Snapshot> HistoryStore::loadLocked() {
   return m_snapshot;
 }
 
-std::vector<AnalysisSummary> HistoryStore::indexUnderLock() {
-  std::vector<AnalysisSummary> summaries;
+IndexFile HistoryStore::indexUnderLock() {
   // Nothing saved yet: reading makes no folder.
-  if (::access(historyFolder().c_str(), F_OK) != 0) return summaries;
+  if (::access(historyFolder().c_str(), F_OK) != 0) return emptyIndex();
   bool pending = ::access(pendingPath().c_str(), F_OK) == 0;
-  if (!pending && decodeIndex(base::readFile(indexPath()), summaries) == IndexState::ok) return summaries;
-  summaries = rebuild();
+  if (!pending) {
+    if (auto file = usableIndex(base::readFile(indexPath()))) return std::move(*file);
+  }
+  std::vector<AnalysisSummary> summaries = rebuild();
+  std::vector<std::string> encoded;
+  encoded.reserve(summaries.size());
+  for (const AnalysisSummary& summary : summaries) encoded.push_back(encodeElement(summary));
+  std::string text = IndexFile::compose(kIndexVersion, kSignatureVersion, {encoded.begin(), encoded.end()});
   try {
-    writeIndex(summaries);
+    writeIndex(text);
     ::unlink(pendingPath().c_str());
   } catch (const HistoryError&) {
     // The rebuilt summaries still answer this read; the mark stays, so the next reader or writer
     // tries again, and a save reports the failure.
   }
-  return summaries;
+  return *IndexFile::split(std::move(text));
 }
 
 std::vector<AnalysisSummary> HistoryStore::rebuild() {
@@ -212,14 +335,9 @@ std::vector<AnalysisSummary> HistoryStore::rebuild() {
   return summaries;
 }
 
-void HistoryStore::writeIndex(const std::vector<AnalysisSummary>& summaries) {
-  base::Json list = base::Json::array();
-  for (const AnalysisSummary& summary : summaries) list.push_back(toJson(summary));
-  base::Json index = {{"version", kIndexVersion},
-                      {"signatureVersion", kSignatureVersion},
-                      {"summaries", std::move(list)}};
+void HistoryStore::writeIndex(const std::string& text) {
   try {
-    base::writeFileAtomically(indexPath(), base::dumpJson(index));
+    base::writeFileAtomically(indexPath(), text);
   } catch (const Error& error) {
     throw HistoryError(error.what());
   }
@@ -237,6 +355,21 @@ void HistoryStore::writeRecordMarked(const AnalysisRecord& record) {
   }
 }
 
+namespace {
+
+// The elements of `file` whose summary has the id `id` (found by their text, confirmed by
+// decoding).
+std::vector<size_t> elementsWithID(const IndexFile& file, const std::string& id) {
+  std::vector<size_t> found;
+  for (size_t index : file.elementsMayContain(base::toLowerASCII(id))) {
+    auto summary = decodeElement(file.element(index));
+    if (summary && summary->id == id) found.push_back(index);
+  }
+  return found;
+}
+
+}  // namespace
+
 std::string HistoryStore::save(AnalysisRecord record) {
   if (record.id.empty()) record.id = base::makeUUID();
   if (!isUsableRecordID(record.id)) throw HistoryError("Can't save a history record with the id '" + record.id + "'.");
@@ -249,20 +382,28 @@ std::string HistoryStore::save(AnalysisRecord record) {
       throw HistoryError("Couldn't create the history folder " + historyFolder().string() + ": " +
                          error.message());
     }
-    std::vector<AnalysisSummary> summaries = indexUnderLock();
+    IndexFile file = indexUnderLock();
     writeRecordMarked(record);
-    std::erase_if(summaries, [&](const AnalysisSummary& s) { return s.id == record.id; });
-    summaries.insert(summaries.begin(), makeSummary(record));
-    if (summaries.size() > kMaxRecords) {
-      for (size_t i = kMaxRecords; i < summaries.size(); ++i) {
-        // A missing file is no error: it may have been deleted by hand.
-        if (isUsableRecordID(summaries[i].id)) ::unlink(recordPath(summaries[i].id).c_str());
+    // The other summaries are copied as they are: decoding and encoding 5,000 of them for one
+    // new entry would cost more than the whole save may take.
+    std::string first = encodeElement(makeSummary(record));
+    std::vector<size_t> replaced = elementsWithID(file, record.id);
+    std::vector<std::string_view> elements = {first};
+    elements.reserve(std::min(file.size() + 1, kMaxRecords + 1));
+    for (size_t i = 0; i < file.size(); ++i) {
+      if (std::find(replaced.begin(), replaced.end(), i) != replaced.end()) continue;
+      if (elements.size() < kMaxRecords) {
+        elements.push_back(file.element(i));
+        continue;
       }
-      summaries.resize(kMaxRecords);
+      // Pruned. A missing file is no error: it may have been deleted by hand.
+      auto pruned = decodeElement(file.element(i));
+      if (pruned && pruned->id != record.id) ::unlink(recordPath(pruned->id).c_str());
     }
-    writeIndex(summaries);
+    std::string text = IndexFile::compose(kIndexVersion, kSignatureVersion, elements);
+    writeIndex(text);
     ::unlink(pendingPath().c_str());
-    remember(std::move(summaries));
+    remember(*IndexFile::split(std::move(text)));
   }
   base::postChange("history", m_folder);
   return record.id;
@@ -280,15 +421,24 @@ AnalysisRecord HistoryStore::update(std::string_view id,
     std::string keptID = record.id;
     change(record);
     record.id = keptID;
-    std::vector<AnalysisSummary> summaries = indexUnderLock();
+    IndexFile file = indexUnderLock();
     writeRecordMarked(record);
-    auto it = std::find_if(summaries.begin(), summaries.end(),
-                           [&](const AnalysisSummary& s) { return s.id == record.id; });
-    if (it != summaries.end()) *it = makeSummary(record);
-    else summaries.insert(summaries.begin(), makeSummary(record));
-    writeIndex(summaries);
+    std::string refreshed = encodeElement(makeSummary(record));
+    std::vector<size_t> replaced = elementsWithID(file, record.id);
+    std::vector<std::string_view> elements;
+    elements.reserve(file.size() + 1);
+    if (replaced.empty()) elements.push_back(refreshed);
+    for (size_t i = 0; i < file.size(); ++i) {
+      if (replaced.empty() || std::find(replaced.begin(), replaced.end(), i) == replaced.end()) {
+        elements.push_back(file.element(i));
+      } else if (i == replaced.front()) {
+        elements.push_back(refreshed);
+      }
+    }
+    std::string text = IndexFile::compose(kIndexVersion, kSignatureVersion, elements);
+    writeIndex(text);
     ::unlink(pendingPath().c_str());
-    remember(std::move(summaries));
+    remember(*IndexFile::split(std::move(text)));
   }
   base::postChange("history", m_folder);
   return record;
@@ -306,36 +456,67 @@ std::optional<AnalysisRecord> HistoryStore::load(std::string_view id) const {
 }
 
 std::shared_ptr<const std::vector<AnalysisSummary>> HistoryStore::summaries() {
+  return current()->everything();
+}
+
+std::vector<AnalysisSummary> HistoryStore::list(size_t limit, size_t* total) {
   auto snapshot = current();
-  return {snapshot, &snapshot->summaries};
+  std::vector<AnalysisSummary> shown;
+  for (size_t i = 0; i < snapshot->size() && shown.size() < limit; ++i) {
+    if (const AnalysisSummary* summary = snapshot->at(i)) shown.push_back(*summary);
+  }
+  if (total) *total = snapshot->size() - snapshot->knownBad();
+  return shown;
 }
 
 std::vector<AnalysisSummary> HistoryStore::search(std::string_view query, size_t limit, size_t* total) {
   auto snapshot = current();
   std::string needle = folded(query);
+  std::vector<size_t> candidates;
+  if (IndexFile::isPlainNeedle(needle)) {
+    candidates = snapshot->file.elementsMayContain(needle);
+  } else {
+    candidates.resize(snapshot->size());
+    for (size_t i = 0; i < candidates.size(); ++i) candidates[i] = i;
+  }
   std::vector<AnalysisSummary> found;
   size_t count = 0;
-  for (const AnalysisSummary& summary : snapshot->summaries) {
-    if (searchText(summary).find(needle) == std::string::npos) continue;
-    if (found.size() < limit) found.push_back(summary);
-    ++count;
+  RawFolder folder;
+  auto decodedMatch = [&](size_t index) -> const AnalysisSummary* {
+    const AnalysisSummary* summary = snapshot->at(index);
+    return summary && searchText(*summary).find(needle) != std::string::npos ? summary : nullptr;
+  };
+  for (size_t index : candidates) {
+    if (found.size() < limit) {
+      if (const AnalysisSummary* summary = decodedMatch(index)) {
+        found.push_back(*summary);
+        ++count;
+      }
+      continue;
+    }
+    // Past the limit only the count matters, and most elements can be judged from their text.
+    auto quick = quickMatch(snapshot->file.element(index), needle, folder);
+    if (quick ? *quick : decodedMatch(index) != nullptr) ++count;
   }
   if (total) *total = count;
   return found;
 }
 
 std::optional<AnalysisSummary> HistoryStore::resolve(std::string_view reference) {
+  if (!isUsableRecordID(reference)) return std::nullopt;
   auto snapshot = current();
-  const auto& summaries = snapshot->summaries;
-  for (const AnalysisSummary& summary : summaries) {
-    if (summary.id == reference) return summary;
+  // Summaries are newest first, so the first prefix match is the newest one. Ids are shown
+  // upper-case but may be typed any way.
+  std::vector<size_t> candidates = snapshot->file.elementsMayContain(base::toLowerASCII(reference));
+  for (size_t index : candidates) {
+    const AnalysisSummary* summary = snapshot->at(index);
+    if (summary && summary->id == reference) return *summary;
   }
   if (reference.size() < kMinimumPrefix) return std::nullopt;
-  // Ids are shown upper-case but typed any way; summaries are newest first, so the first
-  // prefix match is the newest one.
   std::string prefix = base::toUpperASCII(reference);
-  for (const AnalysisSummary& summary : summaries) {
-    if (base::toUpperASCII(summary.id).starts_with(prefix)) return summary;
+  for (size_t index : candidates) {
+    const AnalysisSummary* summary = snapshot->at(index);
+    if (summary && base::toUpperASCII(summary->id).starts_with(prefix)) return *summary;
   }
   return std::nullopt;
 }
@@ -343,11 +524,10 @@ std::optional<AnalysisSummary> HistoryStore::resolve(std::string_view reference)
 std::shared_ptr<const MatchIndex> HistoryStore::matchIndex() {
   auto snapshot = current();
   std::call_once(snapshot->matchIndexOnce, [&] {
+    auto summaries = snapshot->everything();
     std::vector<DuplicateCandidate> candidates;
-    candidates.reserve(snapshot->summaries.size());
-    for (const AnalysisSummary& summary : snapshot->summaries) {
-      candidates.push_back(historyCandidate(summary));
-    }
+    candidates.reserve(summaries->size());
+    for (const AnalysisSummary& summary : *summaries) candidates.push_back(historyCandidate(summary));
     snapshot->matchIndex = std::make_shared<const MatchIndex>(std::move(candidates));
   });
   return snapshot->matchIndex;

@@ -11,6 +11,7 @@
 
 #include "base/error.h"
 #include "history/analysis_record.h"
+#include "history/index_file.h"
 #include "history/match_index.h"
 
 namespace quillora::history {
@@ -53,12 +54,17 @@ class HistoryStore {
   // The record, or nullopt when its file is missing or can't be decoded.
   [[nodiscard]] std::optional<AnalysisRecord> load(std::string_view id) const;
 
-  // Every summary, newest first. The snapshot is shared and stays valid while held.
+  // Every summary, newest first (all of them decoded). The snapshot is shared and stays valid
+  // while held.
   std::shared_ptr<const std::vector<AnalysisSummary>> summaries();
+  // The newest `limit` summaries; *total (when given) gets the number of all of them. Only the
+  // summaries shown are decoded, so an undecodable one further down still counts in the total.
+  std::vector<AnalysisSummary> list(size_t limit, size_t* total = nullptr);
   // The summaries whose search text contains `query` regardless of case, newest first, at most
   // `limit`; *total (when given) gets the number of all matches.
   std::vector<AnalysisSummary> search(std::string_view query, size_t limit, size_t* total = nullptr);
-  // A full id, else (for 6 characters or more) the newest summary whose id starts with it.
+  // A full id, else (for 6 characters or more) the newest summary whose id starts with it,
+  // regardless of case.
   std::optional<AnalysisSummary> resolve(std::string_view reference);
   // The summaries prepared for the duplicate finder; rebuilt only when the index changes.
   std::shared_ptr<const MatchIndex> matchIndex();
@@ -78,11 +84,11 @@ class HistoryStore {
 
   std::shared_ptr<const Snapshot> current();
   std::shared_ptr<const Snapshot> loadLocked();
-  std::vector<AnalysisSummary> indexUnderLock();
+  IndexFile indexUnderLock();
   std::vector<AnalysisSummary> rebuild();
-  void writeIndex(const std::vector<AnalysisSummary>& summaries);
+  void writeIndex(const std::string& text);
   void writeRecordMarked(const AnalysisRecord& record);
-  void remember(std::vector<AnalysisSummary> summaries);
+  void remember(IndexFile file);
   [[nodiscard]] std::optional<Stamp> indexStamp() const;
   [[nodiscard]] std::filesystem::path pendingPath() const { return historyFolder() / "index.pending"; }
   [[nodiscard]] std::filesystem::path recordPath(std::string_view id) const;

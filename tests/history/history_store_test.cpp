@@ -285,6 +285,41 @@ TEST_F(HistoryStoreTest, SearchesTextFieldsAndTheSourceNameRegardlessOfCase) {
   EXPECT_EQ(total, 0u);
 }
 
+// Past the limit, matches are counted from the index text; the count must be what decoding
+// every summary gives.
+TEST_F(HistoryStoreTest, CountsSearchMatchesBeyondTheLimitAsDecodingWould) {
+  HistoryStore store(home.path());
+  std::vector<AnalysisRecord> records = {recordOn(1, "Inventory overflow"), recordOn(2, "Écran noir"),
+                                         recordOn(3, "Player crash"), recordOn(4, "Store purchase")};
+  records[0].subject.kind = "crashReport";
+  records[0].subject.source = "googleplay";
+  records[1].repoPath = "C:\\Games\\Miner";
+  records[2].platform = crash::CrashPlatform::androidJava;
+  records[3].subject.kind = "crashReport";
+  records[3].subject.source = "appstore";
+  records[3].ticketKeys = {"SHOP-1", "SHOP-22"};
+  for (int round = 0; round < 3; ++round) {
+    for (auto record : records) store.save(record);
+  }
+  auto index = readJson(historyDir() / "index.json");
+  index["summaries"][2]["issueID"] = 4242;       // a number where text belongs
+  index["summaries"][3]["date"] = "not a date";  // undecodable
+  index["summaries"][4]["title"] = "Ecran \u00e9";
+  std::ofstream(historyDir() / "index.json") << base::dumpJson(index);
+
+  for (std::string query : {"google play", "app store", "ecran", "écran", "games\\miner", "android",
+                            "shop-2", "4242", "player", "e", "zzz", "unity"}) {
+    size_t exact = 0, quick = 0;
+    store.search(query, 5000, &exact);
+    auto first = store.search(query, 1, &quick);
+    EXPECT_EQ(quick, exact) << query;
+    EXPECT_EQ(first.size(), exact > 0 ? 1u : 0u) << query;
+  }
+  size_t all = 0;
+  store.search("e", 5000, &all);
+  EXPECT_EQ(all, 11u);  // one summary has no usable date
+}
+
 TEST_F(HistoryStoreTest, SkipsCorruptRecordFilesWhenRebuilding) {
   HistoryStore store(home.path());
   std::string kept = store.save(recordOn(1, "kept"));

@@ -118,15 +118,8 @@ int runHistory(CommandContext& context) {
 
   std::optional<std::string> query;
   if (action == "search") query = positionals[1];
-  auto all = store.summaries();
-  std::vector<history::AnalysisSummary> shown;
   size_t total = 0;
-  if (query) {
-    shown = store.search(*query, limit, &total);
-  } else {
-    total = all->size();
-    shown.assign(all->begin(), all->begin() + static_cast<std::ptrdiff_t>(std::min(limit, total)));
-  }
+  auto shown = query ? store.search(*query, limit, &total) : store.list(limit, &total);
 
   if (context.format == "json") {
     base::Json doc = jsonResultHead("history", true);
@@ -138,7 +131,9 @@ int runHistory(CommandContext& context) {
     return 0;
   }
   std::string text;
-  if (all->empty()) {
+  size_t stored = total;
+  if (query && shown.empty()) store.list(0, &stored);
+  if (stored == 0) {
     text = "No analyses in the history.\n";
   } else if (shown.empty()) {
     text = "No analyses match '" + *query + "'.\n";
