@@ -5,15 +5,16 @@
 #include <vector>
 
 #include "crash/crash_report.h"
+#include "crash/crash_signature.h"
 
 // The word sets the duplicate finder compares. They are made from text lines, not from frames,
 // so that a crash being analysed now and a record read back from disk give equal tokens for
 // equal crashes.
 namespace quillora::history {
 
-// Version of the token rules below and of the signatures stored with them; an index written
-// under another version is rebuilt.
-inline constexpr int kSignatureVersion = 1;
+// Version of the signature rules and of the token rules below, written into the index: an index
+// of another version is rebuilt. A change of the token rules goes with a new signature version.
+inline constexpr int kSignatureVersion = crash::kCrashSignatureVersion;
 
 // Frame lines of the crashed thread as the crash summary text writes them ("3 ★ Game  Player.Update
 // (Player.cs:42)"), at most `limit`.

@@ -48,8 +48,9 @@ struct DuplicateMatch {
 
 // Finds earlier analyses (and tracked fixes and top issues, once their sources are added) that
 // match a crash: an equal signature first (score 1), then the weighted overlap of the top in-app
-// frames together with the exception type (at most 0.95), then the shared words of exception,
-// message and blamed symbol (at most 0.7). Only matches scoring 0.5 or more are kept.
+// frames together with the exception type (at most 0.95), then, when one side has no usable
+// frames, the shared words of exception, message and blamed symbol (at most 0.7). Only matches
+// scoring 0.5 or more are kept. Any thread; each source guards its own data.
 class DuplicateFinder {
  public:
   static constexpr size_t kDefaultLimit = 5;

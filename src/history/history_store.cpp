@@ -15,6 +15,8 @@
 #include "base/strings.h"
 #include "base/text.h"
 #include "base/uuid.h"
+#include "crash/apple_crash_log_reader.h"
+#include "crash/crash_signature.h"
 #include "history/crash_tokens.h"
 
 namespace quillora::history {
@@ -55,6 +57,12 @@ std::optional<IndexFile> usableIndex(std::optional<std::string> text) {
     return std::nullopt;
   }
   return file;
+}
+
+std::string currentSignature(const AnalysisRecord& record) {
+  if (base::trim(record.rawTrace).empty()) return record.signature;
+  static const crash::StackTraceParser parser = crash::StackTraceParser::configured();
+  return crash::crashSignature(crash::readCrashText(record.rawTrace, parser));
 }
 
 IndexFile emptyIndex() {
@@ -234,7 +242,8 @@ HistoryStore& HistoryStore::shared() {
   return store;
 }
 
-HistoryStore::HistoryStore(fs::path folder) : m_folder(std::move(folder)) {}
+HistoryStore::HistoryStore(fs::path folder)
+    : m_folder(std::move(folder)), m_signatureFunction(currentSignature) {}
 
 void HistoryStore::setSignatureFunction(SignatureFunction function) {
   std::lock_guard guard(m_mutex);

@@ -39,8 +39,9 @@ class HistoryStore {
   // A store whose "history" folder and "history.lock" live in `folder`.
   explicit HistoryStore(std::filesystem::path folder);
 
-  // How a record's signature is recomputed when the index is rebuilt (the duplicate finder's
-  // current rules). Without one, the signature stored in the record is kept.
+  // How a record's signature is recomputed when the index is rebuilt. By default its raw trace
+  // is read again (stack-trace parser or Apple reader) and signed with the current rules; a
+  // record without a trace keeps its signature.
   using SignatureFunction = std::function<std::string(const AnalysisRecord&)>;
   void setSignatureFunction(SignatureFunction function);
 

@@ -4,6 +4,8 @@
 #include <fstream>
 
 #include "base/json.h"
+#include "crash/apple_crash_log_reader.h"
+#include "crash/crash_signature.h"
 #include "history/history_store.h"
 #include "support/history_samples.h"
 #include "support/test_support.h"
@@ -172,6 +174,49 @@ TEST(HistoryCommandEmpty, SaysTheHistoryIsEmpty) {
   EXPECT_EQ(r.out, "No analyses in the history.\n");
   EXPECT_EQ(r.exitCode, 0);
   EXPECT_FALSE(std::filesystem::exists(home.path() / "history"));
+}
+
+}  // namespace
+}  // namespace quillora::testing
+
+namespace quillora::testing {
+namespace {
+
+// analyze looks for earlier analyses of the crash before anything is sent, unless told not to.
+TEST(AnalyzeDuplicates, AnEarlierAnalysisOfTheSameCrashIsAPossibleDuplicate) {
+  TempDir home;
+  auto report = crash::readCrashText(readText(sourceDir() / "examples/crashes/unity-nullref.txt"),
+                                     crash::StackTraceParser());
+  auto record = sampleRecord(report, "Weapon is null after it broke", "2026-10-01T09:30:00Z",
+                             crash::crashSignature(report));
+  record.id = "5EED0000-0000-4000-8000-000000000001";
+  history::HistoryStore(home.path()).save(record);
+
+  RunOptions opts;
+  opts.cwd = sourceDir();
+  opts.env["TZ"] = "UTC";
+  std::vector<std::string> args = {"analyze", "--trace", "examples/crashes/unity-nullref.txt", "--dry-run",
+                                    "--format", "json"};
+  auto r = runQuillora(home.path(), args, opts);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("Possible duplicate: Weapon is null after it broke — same crash signature "
+                       "(history record 5EED0000, 2026-10-01 09:30, score 1.00)\n"),
+            std::string::npos)
+      << r.err;
+  auto doc = *base::parseJson(r.out);
+  ASSERT_EQ(doc["duplicates"].size(), 1u);
+  EXPECT_EQ(doc["duplicates"][0], base::Json::parse(R"({
+    "kind": "history", "score": 1.0, "basis": "signature", "reason": "same crash signature",
+    "headline": "Weapon is null after it broke",
+    "detail": "Pasted trace: NullReferenceException in Game.Player.PlayerController.Update",
+    "date": "2026-10-01T09:30:00Z", "recordID": "5EED0000-0000-4000-8000-000000000001",
+    "ticketKey": null, "issueID": null, "appID": null, "pullRequestURL": null, "fixState": null,
+    "fixVersion": null})"));
+
+  args.push_back("--no-duplicates");
+  auto skipped = runQuillora(home.path(), args, opts);
+  EXPECT_EQ(skipped.err.find("Possible duplicate"), std::string::npos);
+  EXPECT_EQ((*base::parseJson(skipped.out))["duplicates"], base::Json::array());
 }
 
 }  // namespace

@@ -2,12 +2,15 @@
 
 #include "base/json.h"
 #include "base/strings.h"
+#include "cli/analyze_history.h"
 #include "cli/analyze_options.h"
 #include "cli/cli_output.h"
 #include "cli/commands/commands.h"
 #include "cli/crash_json.h"
 #include "cli/dry_run_report.h"
+#include "cli/history_output.h"
 #include "crash/apple_crash_log_reader.h"
+#include "crash/crash_signature.h"
 #include "cli/version_info.h"
 
 namespace quillora::cli {
@@ -20,7 +23,8 @@ base::Json engineJson(const AnalyzeOptions& o) {
 }
 
 int reportDryRun(CommandContext& context, const AnalyzeOptions& o, const std::string& traceText,
-                 const crash::CrashReport& report, const std::vector<std::string>& warnings) {
+                 const crash::CrashReport& report, const std::vector<std::string>& warnings,
+                 const std::vector<history::DuplicateMatch>& duplicates) {
   DryRun dryRun = prepareDryRun(o, report);
   if (context.format == "json") {
     base::Json doc = jsonResultHead("analyze", true);
@@ -38,6 +42,7 @@ int reportDryRun(CommandContext& context, const AnalyzeOptions& o, const std::st
     doc["costUSD"] = nullptr;
     doc["durationSeconds"] = 0.0;
     doc["duplicates"] = base::Json::array();
+    for (const auto& match : duplicates) doc["duplicates"].push_back(duplicateJson(match));
     doc["historyRecordID"] = nullptr;
     doc["branch"] = nullptr;
     doc["verification"] = nullptr;
@@ -71,7 +76,9 @@ int runAnalyze(CommandContext& context) {
     CLIOutput::shared().warning(warnings.back());
   }
   if (!options.repo) CLIOutput::shared().progress("No repository: the engine works from the crash alone");
-  if (options.dryRun) return reportDryRun(context, options, traceText, report, warnings);
+  std::vector<history::DuplicateMatch> duplicates;
+  if (!options.noDuplicates) duplicates = lookForDuplicates(report, crash::crashSignature(report));
+  if (options.dryRun) return reportDryRun(context, options, traceText, report, warnings, duplicates);
   throw UnavailableError(
       "This build can't ask an engine yet. Add --dry-run to see what would be sent.");
 }
