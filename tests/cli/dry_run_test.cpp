@@ -137,6 +137,12 @@ TEST_F(DryRun, SkillFileAndLanguageSettingsShapeTheSystemText) {
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_EQ(bad.err, "No repository: the engine works from the crash alone\nquillora: error: Can't read the "
                      "skill file /no/such/skill.md (setting \"skillFile\"): No such file or directory\n");
+
+  auto klingon = config.write("lang.json", "{\"analysisLanguage\": \"klingon\"}");
+  auto unknown = quillora({"--config", klingon.string(), "--repo", "examples/dungeon-game"});
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(unknown.err, kFound + "quillora: error: The setting \"analysisLanguage\" is 'klingon'; it must be "
+                                  "one of: english, app, spanish, german, italian, french.\n");
 }
 
 }  // namespace
