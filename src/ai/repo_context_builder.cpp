@@ -9,6 +9,7 @@
 
 #include "ai/repository_index.h"
 #include "base/files.h"
+#include "base/regex.h"
 #include "base/settings.h"
 #include "base/strings.h"
 #include "base/text.h"
@@ -56,6 +57,9 @@ std::vector<std::string> pathComponents(std::string_view path) {
 // Game, Player, PlayerController, Update; "Foo::Bar(int)" gives Foo, Bar; "-[Foo bar:]" Foo, bar.
 std::vector<std::string> symbolParts(std::string_view symbol) {
   symbol = base::trim(symbol);
+  // IL2CPP names a C# method Type_Method_m<hash> ("InventorySlot_Refresh_m7F2C1A9B3E").
+  static const base::Regex il2cpp(R"(^(?:\w+_)?([A-Za-z]\w*?)_([A-Za-z]\w*?)_m[0-9A-F]{6,}$)");
+  if (auto match = il2cpp.fullMatch(symbol)) return {std::string(match->group(1)), std::string(match->group(2))};
   if (symbol.size() > 2 && (symbol[0] == '-' || symbol[0] == '+') && symbol[1] == '[') {
     auto space = symbol.find(' ');
     auto close = symbol.find(']');

@@ -164,6 +164,13 @@ TEST(RepoContextBuilder, JavaPackagesAndClassNamesStandInForMissingFolders) {
   EXPECT_EQ(built.snippets[0].startLine, 240);
   EXPECT_EQ(built.snippets[0].endLine, 360);
   EXPECT_EQ(built.snippets[0].reason, "#0 Game.WaveSpawner.Spawn (System.Int32 wave)");
+
+  // IL2CPP frames name the type and method in one identifier.
+  unity.write("Assets/UI/InventorySlot.cs", "class InventorySlot {\n  void Refresh() {}\n}\n");
+  auto native = build(unity, reportWith({inAppFrame(0, "InventorySlot_Refresh_m7F2C1A9B3E", std::nullopt, std::nullopt)}));
+  ASSERT_EQ(native.snippets.size(), 1u);
+  EXPECT_EQ(native.snippets[0].path, "Assets/UI/InventorySlot.cs");
+  EXPECT_TRUE(native.snippets[0].isWholeFile);
 }
 
 TEST(RepoContextBuilder, SkipsLargeBinaryAndEmptyFiles) {
