@@ -148,7 +148,11 @@ int runAnalysis(CommandContext& context, const AnalyzeOptions& o, crash::CrashRe
 
   for (const auto& match : duplicates) {
     outcome.duplicates.push_back(duplicateJson(match));
-    outcome.duplicateLines.push_back(duplicateLine(match));
+    // The report lists them under its own heading; the per-line prefix is for standard error.
+    std::string line = duplicateLine(match);
+    constexpr std::string_view prefix = "Possible duplicate: ";
+    if (line.rfind(prefix, 0) == 0) line.erase(0, prefix.size());
+    outcome.duplicateLines.push_back(line);
   }
   if (o.branch) {
     outcome.branch = makeAnalyzeBranch(o, analysis, commitCrashOf(outcome.report), {});
