@@ -1,6 +1,7 @@
 #include "ai/claude_code_provider.h"
 
 #include "ai/ai_error.h"
+#include "ai/analysis_prompt.h"
 #include "ai/analysis_schema.h"
 #include "ai/analysis_stream.h"
 #include "base/json.h"
@@ -351,6 +352,17 @@ FixImplementation ClaudeCodeProvider::implement(const std::string& userText,
   };
   run(call);
   return implementation;
+}
+
+std::function<FixImplementation(const std::filesystem::path&, const std::string&)>
+ClaudeCodeProvider::implementStep(FixAnalysis analysis, std::optional<crash::CrashReport> report,
+                                  std::string notes, std::string systemText) {
+  return [this, analysis = std::move(analysis), report = std::move(report),
+          notes = std::move(notes), systemText = std::move(systemText)](
+             const std::filesystem::path& repository, const std::string&) {
+    std::string userText = buildImplementPrompt(analysis, report ? &*report : nullptr, notes);
+    return implement(userText, repository, systemText);
+  };
 }
 
 void ClaudeCodeProvider::run(const Call& call) {

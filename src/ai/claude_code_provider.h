@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ai/analysis_engine.h"
+#include "crash/crash_report.h"
 #include "base/process_runner.h"
 #include "cost/usage_meter.h"
 
@@ -68,6 +69,14 @@ public:
   // prompt. Throws as analyze() does.
   FixImplementation implement(const std::string& userText, const std::filesystem::path& repo,
                               const std::string& systemText);
+
+  // The implement step as the fix-branch flow takes it (git::ImplementStep): the implement prompt
+  // of `analysis` (with the crash summary of `report` when it has a trace, and the notes), run
+  // in the repository the flow hands over. The provider must outlive the step.
+  std::function<FixImplementation(const std::filesystem::path& repository,
+                                  const std::string& branch)>
+  implementStep(FixAnalysis analysis, std::optional<crash::CrashReport> report, std::string notes,
+                std::string systemText);
 
   [[nodiscard]] const std::optional<RecordedCall>& lastCall() const override { return m_lastCall; }
 

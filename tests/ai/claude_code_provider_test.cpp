@@ -94,6 +94,9 @@ protected:
   std::string savedTmpdir;
 
   void SetUp() override {
+    // The login search path is computed from a plain shell: the developer's own profile has no
+    // say in these tests.
+    ::setenv("SHELL", "/bin/sh", 1);
     std::filesystem::create_directories(repo);
     std::filesystem::create_directories(temporary);
     std::filesystem::create_directories(dir.path() / "data");
