@@ -36,6 +36,7 @@ struct CrashFeatures {
   std::vector<std::string> frameTokens;
   std::vector<std::string> textTokens;
 };
+// The features of a crash about to be analysed, made by the same rules as a record's summary.
 CrashFeatures crashFeatures(const crash::CrashReport& report, std::string signature);
 
 // One earlier item the crash may be a repeat of.
