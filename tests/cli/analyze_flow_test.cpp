@@ -95,15 +95,19 @@ TEST_F(AnalyzeFlow, TextReportAndABranchWithoutAPatchIsRefused) {
   EXPECT_NE(text.out.find("Claude Code CLI (opus) · "), std::string::npos) << text.out;
   EXPECT_NE(text.out.find(" tokens ("), std::string::npos) << text.out;
 
-  // The recorded answer has no patch, and this run has no implement step: --branch refuses
-  // clearly and leaves the checkout as it was.
+  // The recorded answer has no patch, so Claude Code is asked to make the change; this fake
+  // agent changes nothing, and the flow says so and leaves the checkout as it was.
   ASSERT_EQ(run("/bin/sh", {"-c", "cd '" + repo.string() +
                                       "' && git init -q -b main && git add -A && git -c user.name=t "
                                       "-c user.email=t@e commit -qm init"}).exitCode, 0);
   auto branch = analyze({"--branch", "--verify", "--fail-on-unverified"});
   EXPECT_EQ(branch.exitCode, 1);
-  EXPECT_NE(branch.err.find("quillora: error: The analysis has no patch, and Claude Code isn't "
-                            "available to write the fix, so no branch was made.\n"),
+  EXPECT_NE(branch.err.find("Claude Code is editing the code on "
+                            "fix/crash-nullreferenceexception-in-playercontroller-ondam…\n"
+                            "Claude Code started (claude-opus-4-5-20251101)\n"),
+            std::string::npos) << branch.err;
+  EXPECT_NE(branch.err.find("quillora: error: There is nothing to commit: Claude Code changed no "
+                            "file.\n"),
             std::string::npos) << branch.err;
   auto head = run("/bin/sh", {"-c", "cd '" + repo.string() + "' && git branch --show-current && git branch | wc -l"});
   EXPECT_EQ(head.out, "main\n1\n");

@@ -8,6 +8,7 @@
 #include "ai/engine_registry.h"
 #include "base/time.h"
 #include "cli/analysis_report.h"
+#include "ai/claude_code_provider.h"
 #include "cli/analyze_branch.h"
 #include "cost/cost_ledger.h"
 
@@ -155,7 +156,11 @@ int runAnalysis(CommandContext& context, const AnalyzeOptions& o, crash::CrashRe
     outcome.duplicateLines.push_back(line);
   }
   if (o.branch) {
-    outcome.branch = makeAnalyzeBranch(o, analysis, commitCrashOf(outcome.report), {});
+    // With Claude Code the agent itself makes the change when the patch doesn't apply.
+    git::ImplementStep implement;
+    if (auto* claude = dynamic_cast<ai::ClaudeCodeProvider*>(engine.get()))
+      implement = claude->implementStep(analysis, outcome.report, o.notes, prepared.prompt.system);
+    outcome.branch = makeAnalyzeBranch(o, analysis, commitCrashOf(outcome.report), implement);
   }
   // Saved after the branch step so the record knows the branch it led to.
   if (o.saveHistory) {
