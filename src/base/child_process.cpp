@@ -392,12 +392,27 @@ ChildOutcome ChildRun::wait() {
 }
 
 void ChildRun::abandon() {
-  m_out.fd.reset();
-  m_err.fd.reset();
   m_in.reset();
   m_pidfd.reset();
-  // Reaped in the background once it ends; nothing waits for that.
-  std::thread([pid = m_pid] {
+  // Its output is still read (and dropped) until it ends, so it runs on as if it were listened to
+  // and no write of its gets SIGPIPE; then it is reaped. Nothing waits for this.
+  std::thread([pid = m_pid, out = std::move(m_out.fd), err = std::move(m_err.fd)]() mutable {
+    char buffer[4096];
+    while (out.valid() || err.valid()) {
+      pollfd fds[2];
+      nfds_t count = 0;
+      for (const Fd* fd : {&out, &err}) {
+        if (fd->valid()) fds[count++] = pollfd{fd->get(), POLLIN, 0};
+      }
+      if (::poll(fds, count, -1) < 0 && errno != EINTR) break;
+      for (Fd* fd : {&out, &err}) {
+        if (!fd->valid()) continue;
+        ssize_t n = ::read(fd->get(), buffer, sizeof buffer);
+        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+          fd->reset();
+        }
+      }
+    }
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }

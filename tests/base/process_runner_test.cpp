@@ -329,8 +329,11 @@ TEST(ProcessRunner, LoginSearchPathIsTheShellsPathFollowedByTheToolFolders) {
   for (const auto& c : cases) {
     EXPECT_EQ(ProcessRunner::computeLoginSearchPath(c.shell, "/h"), c.expected) << c.shell;
   }
-  // A slow shell isn't waited for, and isn't killed halfway through the user's profile either.
-  auto slow = dir.write("slow", "#!/bin/sh\nsleep 1.5; echo finished > \"$0.done\"; printf /x\n");
+  // A slow shell isn't waited for, but isn't killed halfway through the user's profile either (nor
+  // by SIGPIPE when its profile prints something).
+  auto slow = dir.write(
+      "slow",
+      "#!/bin/sh\nsleep 1.5; echo profile says hello; echo finished > \"$0.done\"; printf /x\n");
   std::filesystem::permissions(slow, std::filesystem::perms(0755));
   EXPECT_EQ(ProcessRunner::computeLoginSearchPath(slow.string(), "/h", 0.5s), fallback + extras);
   for (int i = 0; i < 100 && !std::filesystem::exists(dir.path() / "slow.done"); ++i) {
