@@ -4,12 +4,14 @@
 #include "ai/ai_error.h"
 #include "ai/analysis_schema.h"
 #include "ai/analysis_stream.h"
+#include "ai/image_loading.h"
 #include "base/http.h"
 #include "base/json.h"
 #include "base/secrets.h"
 #include "base/settings.h"
 #include "base/strings.h"
 #include "base/time.h"
+#include "cost/budget.h"
 
 #include <algorithm>
 #include <exception>
@@ -134,16 +136,22 @@ ClaudeAPIProvider::ClaudeAPIProvider(std::string apiKey, std::string model, int 
   if (m_apiKey.empty()) throw AIError::missingAPIKey("Anthropic");
 }
 
-ClaudeAPIProvider ClaudeAPIProvider::fromSettings(Progress progress,
+ClaudeAPIProvider ClaudeAPIProvider::fromSettings(std::string model, Progress progress,
                                                   std::shared_ptr<cost::UsageMeter> usageMeter) {
   std::string key = base::secret("anthropic-api-key").value_or("");
   std::string baseURL = base::Settings::shared().text("anthropicBaseURL").value_or("");
-  return ClaudeAPIProvider(key, modelFor(AIBackend::claudeAPI), 32000, std::move(progress),
-                           std::move(usageMeter), baseURL);
+  if (base::trim(model).empty()) model = modelFor(AIBackend::claudeAPI);
+  return ClaudeAPIProvider(key, std::move(model), 32000, std::move(progress), std::move(usageMeter),
+                           baseURL);
 }
 
 FixAnalysis ClaudeAPIProvider::analyze(const StructuredPrompt& prompt,
-                                       const std::vector<LoadedImage>& images) {
+                                       const std::vector<PromptImage>& images) {
+  return analyzeLoaded(prompt, loadImages(images));
+}
+
+FixAnalysis ClaudeAPIProvider::analyzeLoaded(const StructuredPrompt& prompt,
+                                             const std::vector<LoadedImage>& images) {
   FixAnalysis analysis;
   send(prompt, images, [&](const std::string& answer) { analysis = decodeFixAnalysis(answer); });
   return analysis;
@@ -181,6 +189,10 @@ void ClaudeAPIProvider::send(const StructuredPrompt& prompt, const std::vector<L
   request.timeout = std::chrono::milliseconds(0);
   request.stallTimeout = stallTimeout;
   base::requireSecureTransport(request.url); // before the call counts as made
+  if (recording.ledger) {
+    if (auto notice = cost::checkBudgetBeforeCall(*recording.ledger); notice && warning)
+      warning(*notice);
+  }
 
   CallMeter meter(std::string(backendInfo(AIBackend::claudeAPI).rawValue), m_model, m_usageMeter);
   AnalysisStream progress(std::string(kEngineName), prompt.labels, [this](const std::string& line) {

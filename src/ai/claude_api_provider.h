@@ -1,7 +1,8 @@
 #pragma once
 
+#include "ai/analysis_engine.h"
+#include "ai/bug_ticket.h"
 #include "ai/fix_analysis.h"
-#include "ai/loaded_image.h"
 #include "ai/structured_prompt.h"
 #include "ai/usage_recording.h"
 #include "cost/usage_meter.h"
@@ -19,9 +20,11 @@
 // order the events arrive.
 namespace quillora::ai {
 
-class ClaudeAPIProvider {
+class ClaudeAPIProvider : public AnalysisEngine {
 public:
   using Progress = std::function<void(const std::string& line)>;
+
+  static constexpr std::string_view kDefaultBaseURL = "https://api.anthropic.com";
 
   // Throws AIError missingAPIKey for vendor "Anthropic" when apiKey is empty. `baseURL` is the
   // API's scheme and host ("https://api.anthropic.com"); the paths are appended to it.
@@ -30,33 +33,39 @@ public:
                     std::string baseURL = std::string(kDefaultBaseURL));
 
   // The engine as the registry builds it: the key from the secret store ("anthropic-api-key",
-  // ANTHROPIC_API_KEY on the command line), the `apiModel` setting, 32000 output tokens and the
-  // host of the `anthropicBaseURL` setting. Throws AIError missingAPIKey.
-  static ClaudeAPIProvider fromSettings(Progress progress,
+  // ANTHROPIC_API_KEY on the command line), `model` (empty: the `apiModel` setting, default
+  // "claude-opus-5-5"), 32000 output tokens and the host of the `anthropicBaseURL` setting.
+  // Throws AIError missingAPIKey.
+  static ClaudeAPIProvider fromSettings(std::string model, Progress progress,
                                         std::shared_ptr<cost::UsageMeter> usageMeter);
 
-  // Sends the prompt (with the images after its text) and decodes the answer. Throws AIError (the
-  // cases of the engine's failure table), base::HTTPError when the API can't be reached or the
-  // stream breaks off, CancelledError on Ctrl-C. Every call that was sent is recorded, failed
-  // or not, with the usage meter and through `recording`.
-  FixAnalysis analyze(const StructuredPrompt& prompt, const std::vector<LoadedImage>& images);
+  [[nodiscard]] AIBackend backend() const override { return AIBackend::claudeAPI; }
+  [[nodiscard]] std::string modelName() const override { return m_model; }
+
+  // Reads the pictures (AIError failed when one can't be read) and analyzes as below.
+  FixAnalysis analyze(const StructuredPrompt& prompt,
+                      const std::vector<PromptImage>& images) override;
+
+  // Sends the prompt (the images after its text) and decodes the answer. Throws BudgetError
+  // before sending when the monthly budget blocks the call; AIError (the cases of the engine's
+  // failure table); base::HTTPError when the API can't be reached or the stream breaks off;
+  // CancelledError on Ctrl-C. Every call that was sent is recorded, failed or not.
+  FixAnalysis analyzeLoaded(const StructuredPrompt& prompt, const std::vector<LoadedImage>& images);
 
   // The same request for any other schema: returns the answer text once the stop reason allows
-  // it, undecoded. Throws as analyze() does, except for the decoding.
+  // it, undecoded. Throws as analyzeLoaded() does, except for the decoding.
   std::string complete(const StructuredPrompt& prompt, const std::vector<LoadedImage>& images);
 
   // The model identifiers the key may use, oldest first. Throws AIError http, base::HTTPError.
   std::vector<std::string> listModels();
 
-  // Where finished calls are written (the cost ledger, the call's kind and history record).
-  UsageRecording recording;
-  // The usage and ledger entry of the last call that was sent; nullopt before the first.
-  [[nodiscard]] const std::optional<RecordedCall>& lastCall() const { return m_lastCall; }
-
-  [[nodiscard]] const std::string& model() const { return m_model; }
+  [[nodiscard]] const std::optional<RecordedCall>& lastCall() const override { return m_lastCall; }
   [[nodiscard]] int maxTokens() const { return m_maxTokens; }
 
-  static constexpr std::string_view kDefaultBaseURL = "https://api.anthropic.com";
+  // Where finished calls are written (the cost ledger, the call's kind and history record).
+  UsageRecording recording;
+  // Receives the monthly budget's notice ("… of this month's … AI budget is used.").
+  Progress warning;
   // A streamed answer that sends nothing for this long is given up (the model may think for a
   // while before the first byte, so this is generous). Tests shorten it.
   std::chrono::milliseconds stallTimeout = std::chrono::seconds(300);

@@ -1,5 +1,6 @@
 #include "ai/engine_registry.h"
 
+#include "ai/claude_api_provider.h"
 #include "ai/claude_code_provider.h"
 
 namespace quillora::ai {
@@ -13,14 +14,20 @@ std::unique_ptr<AnalysisEngine> makeEngine(AIBackend backend, EngineOptions opti
     engine->warning = std::move(options.warning);
     return engine;
   }
-  case AIBackend::claudeAPI:
+  case AIBackend::claudeAPI: {
+    auto engine = std::make_unique<ClaudeAPIProvider>(ClaudeAPIProvider::fromSettings(
+        std::move(options.model), std::move(options.progress), std::move(options.usageMeter)));
+    engine->recording = std::move(options.recording);
+    engine->warning = std::move(options.warning);
+    return engine;
+  }
   case AIBackend::openAI:
   case AIBackend::gemini:
     break;
   }
   throw EngineUnavailableError("The " + std::string(backendInfo(backend).displayName) +
                                " engine isn't available in this build yet; use --engine "
-                               "claude-code.");
+                               "claude-api or --engine claude-code.");
 }
 
 std::string consentNote(AIBackend backend, const std::string& model) {

@@ -5,10 +5,13 @@
 #include "ai/analysis_schema.h"
 #include "ai/analysis_stream.h"
 #include "ai/claude_api_provider.h"
+#include "ai/engine_registry.h"
+#include "ai/image_loading.h"
 #include "base/http.h"
 #include "base/json.h"
 #include "base/secrets.h"
 #include "base/settings.h"
+#include "cost/budget.h"
 #include "cost/cost_ledger.h"
 #include "support/fake_server.h"
 #include "support/test_support.h"
@@ -60,7 +63,7 @@ TEST_F(ClaudeAPI, SendsOneStreamedRequestWithTheSchemaVerbatimAndTheImages) {
   replay("derived_fix_analysis_with_thinking.sse");
   std::vector<ai::LoadedImage> images = {{"Inventory screen", "iVBORw0KGgo=", 8, "image/png"},
                                          {"Frame at 0:03", "/9j/4AAQ", 6, ""}};
-  provider().analyze(prompt(), images);
+  provider().analyzeLoaded(prompt(), images);
 
   auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);
@@ -432,11 +435,11 @@ TEST_F(ClaudeAPI, FromSettingsTakesKeyModelAndHostFromTheConfiguration) {
   });
   base::Settings::shared().reset(
       {{"anthropicBaseURL", server.url() + "/"}, {"apiModel", "claude-sonnet-5-5"}});
-  EXPECT_THROW(ClaudeAPIProvider::fromSettings(nullptr, meter), AIError);
+  EXPECT_THROW(ClaudeAPIProvider::fromSettings("", nullptr, meter), AIError);
 
   stored = "sk-ant-from-store";
   replay("derived_fix_analysis_with_thinking.sse");
-  auto p = ClaudeAPIProvider::fromSettings(nullptr, meter);
+  auto p = ClaudeAPIProvider::fromSettings("", nullptr, meter);
   EXPECT_EQ(p.maxTokens(), 32000);
   p.recording.prices = cost::PriceTable();
   p.analyze(prompt(), {});
@@ -449,6 +452,88 @@ TEST_F(ClaudeAPI, FromSettingsTakesKeyModelAndHostFromTheConfiguration) {
   EXPECT_EQ(requests[0].header("x-api-key"), "sk-ant-from-store");
   EXPECT_EQ(Json::parse(requests[0].body)["model"], "claude-sonnet-5-5");
   EXPECT_EQ(p.lastCall()->usage.model, "claude-sonnet-5-5");
+}
+
+TEST_F(ClaudeAPI, PicturesAreReadFromTheirFilesInOrder) {
+  replay("derived_fix_analysis_with_thinking.sse");
+  auto png = home.write("shots/menu.png", std::string("\x89PNG\r\n\x1a\n\0\0", 10));
+  auto jpeg = home.write("shots/frame 1.bin", "\xFF\xD8\xFF\xE0rest");
+  auto unknown = home.write("shots/notes.dat", "abc");
+  provider().analyze(prompt(),
+                     {{"file://" + png.string(), "Menu"},
+                      {"file://" + home.path().string() + "/shots/frame%201.bin", "Frame"},
+                      {unknown.string(), "Unknown"}});
+  auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  Json content = Json::parse(requests[0].body)["messages"][0]["content"];
+  ASSERT_EQ(content.size(), 4u);
+  EXPECT_EQ(content[1]["source"],
+            Json({{"type", "base64"}, {"media_type", "image/png"}, {"data", "iVBORw0KGgoAAA=="}}));
+  EXPECT_EQ(content[2]["source"]["media_type"], "image/jpeg");
+  EXPECT_EQ(content[2]["source"]["data"], "/9j/4HJlc3Q=");
+  EXPECT_EQ(content[3]["source"]["media_type"], "image/jpeg"); // unknown type
+  EXPECT_EQ(content[3]["source"]["data"], "YWJj");
+
+  auto missing = home.path() / "shots" / "gone.png";
+  try {
+    provider().analyze(prompt(), {{missing.string(), "Gone"}});
+    FAIL() << "no error";
+  } catch (const AIError& e) {
+    EXPECT_EQ(e.what(),
+              "Couldn't read the picture " + missing.string() + ": No such file or directory.");
+  }
+  EXPECT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(ai::imageMimeType(std::string_view("RIFF\x10\0\0\0WEBPVP8 ", 16), "x"), "image/webp");
+  EXPECT_EQ(ai::imageMimeType("", "A.JPEG"), "image/jpeg");
+}
+
+TEST_F(ClaudeAPI, ABlockingBudgetStopsTheCallBeforeAnythingIsSent) {
+  cost::AnalysisUsage spent;
+  spent.backend = "claude-api";
+  spent.model = "claude-opus-5-5";
+  spent.outputTokens = 100'000; // $2.00
+  ledger->record(spent, "analysis", std::nullopt, false, cost::PriceTable());
+  replay("derived_fix_analysis_with_thinking.sse");
+  std::vector<std::string> warnings;
+
+  base::Settings::shared().reset({{"cost.monthlyBudget", 1.5}, {"cost.budgetMode", "block"}});
+  auto p = provider();
+  p.warning = [&](const std::string& line) { warnings.push_back(line); };
+  EXPECT_THROW(p.analyze(prompt(), {}), cost::BudgetError);
+  EXPECT_TRUE(server.requests().empty());
+  EXPECT_EQ(ledger->entries().size(), 1u);
+
+  base::Settings::shared().reset({{"cost.monthlyBudget", 2.4}, {"cost.budgetMode", "warn"}});
+  p.analyze(prompt(), {});
+  base::Settings::shared().reset();
+  EXPECT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(warnings, std::vector<std::string>{"83% of this month's $2.40 AI budget is used."});
+  EXPECT_EQ(ledger->entries().size(), 2u);
+}
+
+TEST_F(ClaudeAPI, TheRegistryBuildsTheEngineFromTheSettings) {
+  base::setSecretsFromEnvironment(false);
+  base::setPlatformSecretLookup([](std::string_view) { return std::string("sk-ant-registry"); });
+  base::Settings::shared().reset({{"anthropicBaseURL", server.url()}});
+  replay("derived_fix_analysis_with_thinking.sse");
+  ai::EngineOptions options;
+  options.model = "claude-haiku-5-5";
+  options.progress = [this](const std::string& line) { progress.push_back(line); };
+  options.usageMeter = meter;
+  options.recording.ledger = ledger;
+  options.recording.kind = "triage";
+  auto engine = ai::makeEngine(ai::AIBackend::claudeAPI, options);
+  EXPECT_EQ(engine->backend(), ai::AIBackend::claudeAPI);
+  EXPECT_EQ(engine->modelName(), "claude-haiku-5-5");
+  engine->analyze(prompt(), {});
+  base::Settings::shared().reset();
+  base::setPlatformSecretLookup(nullptr);
+
+  EXPECT_EQ(server.requests().at(0).header("x-api-key"), "sk-ant-registry");
+  EXPECT_EQ(progress.size(), 11u);
+  ASSERT_EQ(ledger->entries().size(), 1u);
+  EXPECT_EQ(ledger->entries()[0].kind, "triage");
+  EXPECT_EQ(ledger->entries()[0].usage.model, "claude-haiku-5-5");
 }
 
 TEST_F(ClaudeAPI, ListsModelsOldestFirst) {
