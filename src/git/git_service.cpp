@@ -110,7 +110,10 @@ bool GitService::localBranchExists(const std::string& name) const {
 }
 
 bool GitService::isValidBranchName(const std::string& name) const {
-  return run({"check-ref-format", "--branch", name}, {}).status == 0;
+  // git prints the name it would use: "@{-1}" passes as the previous branch's name, which isn't
+  // the name the caller asked for.
+  base::ShellResult result = run({"check-ref-format", "--branch", name}, {});
+  return result.status == 0 && base::trimmed(result.stdout) == name;
 }
 
 bool GitService::isInsideWorkTree() const {

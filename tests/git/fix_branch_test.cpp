@@ -167,6 +167,9 @@ TEST_F(FixBranchTest, SuffixesAMadeUpNameThatIsTaken) {
 
 TEST_F(FixBranchTest, RefusesBadOrTakenGivenNamesBeforeBranching) {
   repo.git({"branch", "hotfix/taken"});
+  // Now "@{-1}" names the previous branch for git.
+  repo.git({"checkout", "--quiet", "hotfix/taken"});
+  repo.git({"checkout", "--quiet", "main"});
   struct Case {
     std::string name;
     std::string message;
@@ -174,6 +177,7 @@ TEST_F(FixBranchTest, RefusesBadOrTakenGivenNamesBeforeBranching) {
   for (const Case& c : std::vector<Case>{
            {"bad..name", "'bad..name' isn't a valid branch name."},
            {"has space", "'has space' isn't a valid branch name."},
+           {"@{-1}", "'@{-1}' isn't a valid branch name."},
            {"hotfix/taken",
             "A branch named hotfix/taken already exists in game; delete it or choose another "
             "--branch-name."}}) {
