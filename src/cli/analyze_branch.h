@@ -1,6 +1,10 @@
 #pragma once
 
+#include <memory>
+
 #include "ai/fix_analysis.h"
+#include "ai/usage_recording.h"
+#include "cost/usage_meter.h"
 #include "cli/analyze_options.h"
 #include "crash/crash_report.h"
 #include "git/fix_branch.h"
@@ -12,6 +16,16 @@ namespace quillora::cli {
 // The crash as the commit message tells it: the report's exception type and message. A caller
 // with a crash-service issue adds its service name and link or ID.
 git::CommitCrash commitCrashOf(const crash::CrashReport& report);
+
+// The Claude Code implement step for --branch, or empty when it can't be offered: only a run whose
+// engine is Claude Code (the consent note named it, so no code goes to another provider unasked)
+// and whose `claude` can be found. The step gets the implement prompt of the analysis, runs the
+// agent in the repository with its editing tools and meters the call into `recording`/`meter`.
+git::ImplementStep claudeCodeImplementStep(const AnalyzeOptions& options,
+                                           const ai::FixAnalysis& analysis,
+                                           const crash::CrashReport& report,
+                                           ai::UsageRecording recording,
+                                           std::shared_ptr<cost::UsageMeter> meter);
 
 // Makes the fix branch in the current checkout of --repo, from --base, named --branch-name or by
 // the configured prefix: progress on standard error, warnings as "quillora: warning: …".
