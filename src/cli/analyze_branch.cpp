@@ -57,4 +57,12 @@ git::FixBranchResult makeAnalyzeBranch(const AnalyzeOptions& options,
   return git::makeFixBranch(request, progress);
 }
 
+void recordBranchInHistory(const std::string& recordID, const git::FixBranchResult& branch,
+                           history::HistoryStore& store) {
+  store.update(recordID, [&](history::AnalysisRecord& record) {
+    record.branch = branch.name;
+    record.baseBranch = branch.baseRef;
+  });
+}
+
 }  // namespace quillora::cli

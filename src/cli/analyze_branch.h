@@ -5,6 +5,7 @@
 #include "ai/fix_analysis.h"
 #include "ai/usage_recording.h"
 #include "cost/usage_meter.h"
+#include "history/history_store.h"
 #include "cli/analyze_options.h"
 #include "crash/crash_report.h"
 #include "git/fix_branch.h"
@@ -35,5 +36,10 @@ git::FixBranchResult makeAnalyzeBranch(const AnalyzeOptions& options,
                                        const ai::FixAnalysis& analysis,
                                        const git::CommitCrash& crash,
                                        git::ImplementStep implement);
+
+// Puts the branch into a record saved earlier in the run (--save-history with --branch): "branch"
+// is its name and "baseBranch" the base it came from. Throws history::HistoryError.
+void recordBranchInHistory(const std::string& recordID, const git::FixBranchResult& branch,
+                           history::HistoryStore& store = history::HistoryStore::shared());
 
 }  // namespace quillora::cli

@@ -6,6 +6,7 @@
 
 #include "base/settings.h"
 #include "support/git_repo.h"
+#include "support/history_samples.h"
 
 namespace quillora::cli {
 namespace {
@@ -77,6 +78,29 @@ TEST_F(AnalyzeBranchTest, ClaudeCodeIsOfferedOnlyToItsOwnRunsAndWhenItCanBeFound
       base::Json{{"claudePath", (sandbox.home() / "missing").string()}});
   EXPECT_FALSE(claudeCodeImplementStep(options(ai::AIBackend::claudeCode), analysis, report, {},
                                        nullptr));
+}
+
+TEST_F(AnalyzeBranchTest, TheSavedRecordGetsTheBranchAndItsBase) {
+  std::filesystem::create_directories(sandbox.home() / "store");
+  history::HistoryStore store(sandbox.home() / "store");
+  crash::CrashReport report = testing::unityCrash();
+  std::string id = store.save(testing::sampleRecord(report, "NullReferenceException in Player",
+                                                    "2026-11-20T14:03:00Z", "sig"));
+  ai::FixAnalysis analysis;
+  analysis.title = "NullReferenceException in Player";
+  analysis.patch =
+      "--- a/Player.cs\n+++ b/Player.cs\n@@ -1,5 +1,5 @@\n class Player {\n   void Update() {\n"
+      "-    target.Move();\n+    target?.Move();\n   }\n }\n";
+  AnalyzeOptions o = options(ai::AIBackend::claudeAPI);
+  o.branchName.reset();
+  git::FixBranchResult branch = makeAnalyzeBranch(o, analysis, commitCrashOf(report), {});
+  recordBranchInHistory(id, branch, store);
+
+  std::optional<history::AnalysisRecord> record = store.load(id);
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->branch, "fix/crash-nullreferenceexception-in-player");
+  EXPECT_EQ(record->baseBranch, "main");
+  EXPECT_EQ(record->analysis.title, "NullReferenceException in Player");
 }
 
 }  // namespace
