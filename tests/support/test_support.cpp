@@ -120,6 +120,9 @@ RunResult run(const std::string& program, const std::vector<std::string>& args, 
 RunResult runQuillora(const std::filesystem::path& home, const std::vector<std::string>& args,
                       RunOptions opts) {
   opts.env["QUILLORA_HOME"] = home.string();
+  // The login search path comes from $SHELL -l; the user's own profile (slow, or printing) must
+  // not decide a test's outcome.
+  opts.env.try_emplace("SHELL", "/bin/sh");
   return run(QUILLORA_BINARY, args, opts);
 }
 
