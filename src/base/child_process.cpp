@@ -166,9 +166,9 @@ struct Stream {
 // stands in for readability handlers, termination handler and watchdog timer alike.
 class ChildRun {
 public:
-  ChildRun(const ChildSpec& spec, const ProcessTiming& timing)
-      : m_spec(spec), m_timing(timing), m_out{Fd(), {}, LineSplitter(spec.onStdoutLine)},
-        m_err{Fd(), {}, LineSplitter(spec.onStderrLine)} {}
+  ChildRun(const ChildSpec& childSpec, const ProcessTiming& timing)
+      : m_spec(childSpec), m_timing(timing), m_out{Fd(), {}, LineSplitter(childSpec.onStdoutLine)},
+        m_err{Fd(), {}, LineSplitter(childSpec.onStderrLine)} {}
 
   ~ChildRun() {
     // Reap the child if an unexpected failure left it behind.
@@ -512,8 +512,8 @@ void ChildRun::killGroup(int signal) const {
 }
 } // namespace
 
-ChildOutcome runChild(const ChildSpec& spec, const ProcessTiming& timing) {
-  ChildRun run(spec, timing);
+ChildOutcome runChild(const ChildSpec& childSpec, const ProcessTiming& timing) {
+  ChildRun run(childSpec, timing);
   run.launch();
   return run.wait();
 }

@@ -36,7 +36,7 @@ struct ChildOutcome {
 
 // Runs the child to its end. Throws ShellLaunchError, ShellTimeout, CancelledError or what a line
 // callback threw; in every case the child has been reaped when this returns or throws.
-ChildOutcome runChild(const ChildSpec& spec, const ProcessTiming& timing);
+ChildOutcome runChild(const ChildSpec& childSpec, const ProcessTiming& timing);
 
 // `bytes` as UTF-8 with invalid sequences replaced; valid text is moved, not copied.
 std::string decodeLossy(std::string bytes);

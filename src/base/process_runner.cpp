@@ -71,21 +71,21 @@ ShellResult ProcessRunner::run(const ProcessRequest& request) const {
   };
   overrides.insert(overrides.end(), request.environment.begin(), request.environment.end());
 
-  detail::ChildSpec spec;
-  spec.path = path->string();
-  spec.argv.reserve(request.arguments.size() + 1);
-  spec.argv.push_back(spec.path);
-  spec.argv.insert(spec.argv.end(), request.arguments.begin(), request.arguments.end());
-  spec.environment = environmentWith(overrides);
-  spec.workingDirectory = request.workingDirectory;
-  spec.standardInput = request.standardInput ? &*request.standardInput : nullptr;
-  spec.timeLimit = request.timeLimit;
-  spec.stallLimit = request.stallLimit;
-  spec.label = request.label.empty() ? request.executable : request.label;
-  spec.onStdoutLine = &request.onStdoutLine;
-  spec.onStderrLine = &request.onStderrLine;
+  detail::ChildSpec childSpec;
+  childSpec.path = path->string();
+  childSpec.argv.reserve(request.arguments.size() + 1);
+  childSpec.argv.push_back(childSpec.path);
+  childSpec.argv.insert(childSpec.argv.end(), request.arguments.begin(), request.arguments.end());
+  childSpec.environment = environmentWith(overrides);
+  childSpec.workingDirectory = request.workingDirectory;
+  childSpec.standardInput = request.standardInput ? &*request.standardInput : nullptr;
+  childSpec.timeLimit = request.timeLimit;
+  childSpec.stallLimit = request.stallLimit;
+  childSpec.label = request.label.empty() ? request.executable : request.label;
+  childSpec.onStdoutLine = &request.onStdoutLine;
+  childSpec.onStderrLine = &request.onStderrLine;
 
-  detail::ChildOutcome outcome = detail::runChild(spec, m_timing);
+  detail::ChildOutcome outcome = detail::runChild(childSpec, m_timing);
   return {outcome.status, detail::decodeLossy(std::move(outcome.out)),
           detail::decodeLossy(std::move(outcome.err))};
 }
@@ -124,18 +124,18 @@ const std::string& ProcessRunner::loginSearchPath() {
 std::string ProcessRunner::computeLoginSearchPath(std::string_view shell,
                                                   const std::filesystem::path& home,
                                                   Seconds limit) {
-  detail::ChildSpec spec;
-  spec.path = shell.empty() ? "/bin/zsh" : std::string(shell);
-  spec.argv = {spec.path, "-l", "-c", "printf %s \"$PATH\""};
-  spec.environment = currentEnvironment();
+  detail::ChildSpec childSpec;
+  childSpec.path = shell.empty() ? "/bin/zsh" : std::string(shell);
+  childSpec.argv = {childSpec.path, "-l", "-c", "printf %s \"$PATH\""};
+  childSpec.environment = currentEnvironment();
   // A slow profile (or one waiting for input) must not hold up every tool for ever.
-  spec.timeLimit = limit;
-  spec.abandonInsteadOfStopping = true;
-  spec.label = spec.path;
+  childSpec.timeLimit = limit;
+  childSpec.abandonInsteadOfStopping = true;
+  childSpec.label = childSpec.path;
 
   std::string printed;
   try {
-    detail::ChildOutcome outcome = detail::runChild(spec, ProcessTiming{});
+    detail::ChildOutcome outcome = detail::runChild(childSpec, ProcessTiming{});
     if (isValidUTF8(outcome.out)) printed = trimmed(outcome.out);
   } catch (const ShellLaunchError&) {
     return kDefaultSearchPath;

@@ -10,7 +10,7 @@ const std::set<std::string> kGlobalFlags = {"quiet", "verbose", "help"};
 }  // namespace
 
 const std::vector<CommandSpec>& commandSpecs() {
-  static const std::vector<CommandSpec> specs = {
+  static const std::vector<CommandSpec> table = {
       {"analyze",
        {"trace", "repo", "engine", "model", "notes", "notes-file", "format", "out", "markdown-out",
         "app", "issue", "days", "symbols", "base", "branch-name", "min-verification"},
@@ -27,12 +27,12 @@ const std::vector<CommandSpec>& commandSpecs() {
       {"version", {"format"}, {}, {}, 0, {"text", "json"}},
       {"help", {}, {}, {}, 1, {"text"}},
   };
-  return specs;
+  return table;
 }
 
 const CommandSpec* findCommand(const std::string& name) {
-  for (const auto& spec : commandSpecs())
-    if (spec.name == name) return &spec;
+  for (const auto& commandSpec : commandSpecs())
+    if (commandSpec.name == name) return &commandSpec;
   return nullptr;
 }
 
@@ -47,12 +47,12 @@ std::vector<std::string> ParsedArguments::all(const std::string& option) const {
   return it == values.end() ? std::vector<std::string>{} : it->second;
 }
 
-ParsedArguments parseArguments(const CommandSpec& spec, const std::vector<std::string>& args) {
+ParsedArguments parseArguments(const CommandSpec& commandSpec, const std::vector<std::string>& args) {
   auto takesValue = [&](const std::string& n) {
-    return spec.valueOptions.count(n) > 0 || kGlobalValueOptions.count(n) > 0;
+    return commandSpec.valueOptions.count(n) > 0 || kGlobalValueOptions.count(n) > 0;
   };
   auto isFlag = [&](const std::string& n) {
-    return spec.flags.count(n) > 0 || kGlobalFlags.count(n) > 0;
+    return commandSpec.flags.count(n) > 0 || kGlobalFlags.count(n) > 0;
   };
 
   ParsedArguments parsed;
@@ -95,25 +95,25 @@ ParsedArguments parseArguments(const CommandSpec& spec, const std::vector<std::s
       value = args[++i];
     }
     auto& list = parsed.values[name];
-    if (!list.empty() && spec.repeatable.count(name) == 0) {
+    if (!list.empty() && commandSpec.repeatable.count(name) == 0) {
       throw CLIUsageError("--" + name + " was given more than once.");
     }
     list.push_back(value);
   }
-  if (parsed.positionals.size() > spec.maxPositionals) {
-    std::vector<std::string> surplus(parsed.positionals.begin() + static_cast<long>(spec.maxPositionals),
+  if (parsed.positionals.size() > commandSpec.maxPositionals) {
+    std::vector<std::string> surplus(parsed.positionals.begin() + static_cast<long>(commandSpec.maxPositionals),
                                      parsed.positionals.end());
     throw CLIUsageError("Unexpected argument(s): " + base::join(surplus, " "));
   }
   return parsed;
 }
 
-std::string checkedFormat(const CommandSpec& spec, const ParsedArguments& args) {
+std::string checkedFormat(const CommandSpec& commandSpec, const ParsedArguments& args) {
   auto format = args.value("format");
-  if (!format) return spec.formats.front();
-  for (const auto& allowed : spec.formats)
+  if (!format) return commandSpec.formats.front();
+  for (const auto& allowed : commandSpec.formats)
     if (allowed == *format) return allowed;
-  throw CLIUsageError("--format must be one of: " + base::join(spec.formats, ", ") + ".");
+  throw CLIUsageError("--format must be one of: " + base::join(commandSpec.formats, ", ") + ".");
 }
 
 std::optional<long long> wholeNumberOption(const ParsedArguments& args, const std::string& name,

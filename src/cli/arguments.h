@@ -45,10 +45,10 @@ struct ParsedArguments {
 };
 
 // Applies the generic argument rules; throws CLIUsageError with their exact texts.
-ParsedArguments parseArguments(const CommandSpec& spec, const std::vector<std::string>& args);
+ParsedArguments parseArguments(const CommandSpec& commandSpec, const std::vector<std::string>& args);
 
 // The --format value checked against the command's formats (default: text).
-std::string checkedFormat(const CommandSpec& spec, const ParsedArguments& args);
+std::string checkedFormat(const CommandSpec& commandSpec, const ParsedArguments& args);
 
 // A whole-number option in lo…hi, or nullopt when not given. Throws
 // "--<name> must be a whole number from <lo> to <hi>."

@@ -9,7 +9,7 @@ namespace quillora::cli {
 
 // One running command: its table entry, its parsed arguments and its output format.
 struct CommandContext {
-  const CommandSpec& spec;
+  const CommandSpec& commandSpec;
   ParsedArguments args;
   std::string format;
 };

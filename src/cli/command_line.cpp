@@ -122,12 +122,12 @@ int runCommandLine(const std::vector<std::string>& rawArgs) {
   CLIOutput& output = CLIOutput::shared();
 
   try {
-    const CommandSpec* spec = findCommand(command);
-    if (!spec) {
+    const CommandSpec* commandSpec = findCommand(command);
+    if (!commandSpec) {
       throw CLIUsageError("Unknown command '" + command +
                           "'. Run `quillora help` for the list of commands.");
     }
-    CommandContext context{*spec, parseArguments(*spec, rest), ""};
+    CommandContext context{*commandSpec, parseArguments(*commandSpec, rest), ""};
     if (context.args.has("help")) {
       output.result(commandUsage(command));
       return 0;
@@ -145,7 +145,7 @@ int runCommandLine(const std::vector<std::string>& rawArgs) {
         output.warning(warning);
       }
     }
-    context.format = checkedFormat(*spec, context.args);
+    context.format = checkedFormat(*commandSpec, context.args);
     return commandFunction(command)(context);
   } catch (const Error& error) {
     bool cancelled = base::isCancelled() || error.kind() == "cancelled";
