@@ -141,8 +141,11 @@ ClaudeAPIProvider ClaudeAPIProvider::fromSettings(std::string model, Progress pr
   std::string key = base::secret("anthropic-api-key").value_or("");
   std::string baseURL = base::Settings::shared().text("anthropicBaseURL").value_or("");
   if (base::trim(model).empty()) model = modelFor(AIBackend::claudeAPI);
-  return ClaudeAPIProvider(key, std::move(model), 32000, std::move(progress), std::move(usageMeter),
-                           baseURL);
+  ClaudeAPIProvider provider(key, std::move(model), 32000, std::move(progress),
+                             std::move(usageMeter), baseURL);
+  if (auto seconds = base::Settings::shared().integer("apiTimeoutSeconds"); seconds && *seconds > 0)
+    provider.stallTimeout = std::chrono::seconds(*seconds);
+  return provider;
 }
 
 FixAnalysis ClaudeAPIProvider::analyze(const StructuredPrompt& prompt,

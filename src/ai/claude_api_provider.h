@@ -67,7 +67,7 @@ public:
   // Receives the monthly budget's notice ("… of this month's … AI budget is used.").
   Progress warning;
   // A streamed answer that sends nothing for this long is given up (the model may think for a
-  // while before the first byte, so this is generous). Tests shorten it.
+  // while before the first byte, so this is generous). The "apiTimeoutSeconds" setting changes it.
   std::chrono::milliseconds stallTimeout = std::chrono::seconds(300);
 
 private:

@@ -20,6 +20,7 @@ const std::vector<SettingDefinition>& knownSettings() {
       {"anthropicBaseURL", T::text},
       {"openAIBaseURL", T::text},
       {"geminiBaseURL", T::text},
+      {"apiTimeoutSeconds", T::integer},
       {"analysisLanguage", T::text},
       {"skillFile", T::text},
       {"maxContextKB", T::integer},

@@ -129,6 +129,7 @@ int runAnalysis(CommandContext& context, const AnalyzeOptions& o, crash::CrashRe
   out.progress(ai::consentNote(o.backend, engine->modelName()));
   const auto& info = ai::backendInfo(o.backend);
   out.progress("Asking " + std::string(info.displayName) + "…");
+  out.progress(prepared.prompt.summary);
   auto askStarted = std::chrono::steady_clock::now();
   ai::FixAnalysis analysis = engine->analyze(prepared.prompt, {});
   double answerSeconds =
