@@ -15,6 +15,7 @@ class AnalyzeFlow : public ::testing::Test {
   TempDir home;
   TempDir work;
   std::filesystem::path repo = work.path() / "game";
+  std::filesystem::path trace = sourceDir() / "examples/crashes/unity-nullref.txt";
 
   void SetUp() override {
     std::filesystem::copy(sourceDir() / "examples" / "dungeon-game", repo,
@@ -31,7 +32,7 @@ class AnalyzeFlow : public ::testing::Test {
   RunResult analyze(std::vector<std::string> extra) {
     std::vector<std::string> args = {"analyze", "--config", "config.json", "--engine",
                                      "claude-code", "--repo", repo.string(), "--trace",
-                                     (sourceDir() / "examples/crashes/unity-nullref.txt").string()};
+                                     trace.string()};
     args.insert(args.end(), extra.begin(), extra.end());
     RunOptions opts;
     opts.cwd = work.path();
@@ -111,6 +112,17 @@ TEST_F(AnalyzeFlow, TextReportAndABranchWithoutAPatchIsRefused) {
             std::string::npos) << branch.err;
   auto head = run("/bin/sh", {"-c", "cd '" + repo.string() + "' && git branch --show-current && git branch | wc -l"});
   EXPECT_EQ(head.out, "main\n1\n");
+}
+
+TEST_F(AnalyzeFlow, ClaudeCodeSearchesByItselfWhenNoFrameMatchesAFile) {
+  trace = work.write("elsewhere.txt",
+                          "NullReferenceException: Object reference not set to an instance of an "
+                          "object.\nGame.Audio.Mixer.Fade () (at Assets/Scripts/Audio/Mixer.cs:12)\n");
+  auto r = analyze({});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("No direct match; Claude Code will search the repository itself\n"),
+            std::string::npos) << r.err;
+  EXPECT_LT(r.err.find("No direct match"), r.err.find("Asking Claude Code CLI…"));
 }
 
 }  // namespace
