@@ -182,5 +182,24 @@ TEST_F(AnalyzeClaudeAPI, APIErrorsAndAMissingKeyAreExplained) {
   EXPECT_NE(insecure.err.find("https"), std::string::npos) << insecure.err;
 }
 
+TEST_F(AnalyzeClaudeAPI, TheMonthlyBudgetWarnsThenBlocksBeforeTheCall) {
+  replay(recorded("derived_fix_analysis_with_thinking.sse"));
+  configure(", \"cost\": {\"monthlyBudget\": 0.01, \"budgetMode\": \"warn\"}");
+  ASSERT_EQ(analyze({}).exitCode, 0);
+  auto warned = analyze({});
+  EXPECT_EQ(warned.exitCode, 0) << warned.err;
+  EXPECT_NE(warned.err.find("quillora: warning: This month's AI spending ($"), std::string::npos)
+      << warned.err;
+
+  configure(", \"cost\": {\"monthlyBudget\": 0.01, \"budgetMode\": \"block\"}");
+  auto blocked = analyze({"--format", "json"});
+  EXPECT_EQ(blocked.exitCode, 3) << blocked.err;
+  EXPECT_NE(blocked.err.find("quillora: error: This month's AI budget is used up ($"),
+            std::string::npos)
+      << blocked.err;
+  EXPECT_EQ(base::Json::parse(blocked.out)["exitCode"], 3);
+  EXPECT_EQ(server.requests().size(), 2u);  // the blocked run sent nothing
+}
+
 }  // namespace
 }  // namespace quillora::testing
