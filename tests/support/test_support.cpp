@@ -126,4 +126,15 @@ RunResult runQuillora(const std::filesystem::path& home, const std::vector<std::
   return run(QUILLORA_BINARY, args, opts);
 }
 
+std::vector<std::string> missingAnalyzeResultKeys(const base::Json& doc) {
+  std::vector<std::string> missing;
+  for (const char* key : {"schemaVersion", "command", "ok", "exitCode", "quilloraVersion", "engine",
+                          "crash", "symbolication", "analysis", "contextFiles", "usage", "costUSD",
+                          "durationSeconds", "budget", "duplicates", "historyRecordID", "branch",
+                          "verification", "warnings"}) {
+    if (!doc.contains(key)) missing.emplace_back(key);
+  }
+  return missing;
+}
+
 }  // namespace quillora::testing

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/json.h"
+
 // Helpers shared by the tests: temporary folders and running the built quillora binary as a user
 // would, with its own QUILLORA_HOME.
 namespace quillora::testing {
@@ -48,6 +50,9 @@ RunResult runQuillora(const std::filesystem::path& home, const std::vector<std::
                       RunOptions opts = {});
 
 std::string readText(const std::filesystem::path& path);
+
+// The keys every `quillora analyze --format json` result has that `doc` lacks (empty when whole).
+std::vector<std::string> missingAnalyzeResultKeys(const base::Json& doc);
 std::filesystem::path sourceDir();
 std::filesystem::path fixture(const std::string& relative);
 

@@ -2,29 +2,27 @@
 #include <filesystem>
 #include <memory>
 
-#include <fmt/format.h>
-
 #include "ai/ai_error.h"
-#include "ai/engine_registry.h"
-#include "base/time.h"
-#include "cli/analysis_report.h"
 #include "ai/claude_code_provider.h"
-#include "cli/analyze_branch.h"
-#include "cost/cost_ledger.h"
-
+#include "ai/engine_registry.h"
 #include "base/json.h"
 #include "base/strings.h"
+#include "base/time.h"
+#include "cli/analysis_report.h"
+#include "cli/analyze_branch.h"
 #include "cli/analyze_history.h"
-#include "cli/history_output.h"
 #include "cli/analyze_options.h"
+#include "cli/budget_json.h"
 #include "cli/cli_output.h"
 #include "cli/commands/commands.h"
 #include "cli/crash_json.h"
 #include "cli/dry_run_report.h"
 #include "cli/history_output.h"
+#include "cli/version_info.h"
+#include "cost/budget.h"
+#include "cost/cost_ledger.h"
 #include "crash/apple_crash_log_reader.h"
 #include "crash/crash_signature.h"
-#include "cli/version_info.h"
 
 namespace quillora::cli {
 
@@ -54,6 +52,8 @@ int reportDryRun(CommandContext& context, const AnalyzeOptions& o, const std::st
     doc["usage"] = nullptr;
     doc["costUSD"] = nullptr;
     doc["durationSeconds"] = 0.0;
+    // Where the month stands, so a script sees before spending whether a real run would be blocked.
+    doc["budget"] = budgetJson(cost::currentBudgetStatus(cost::CostLedger()));
     doc["duplicates"] = base::Json::array();
     for (const auto& match : duplicates) doc["duplicates"].push_back(duplicateJson(match));
     doc["historyRecordID"] = nullptr;
