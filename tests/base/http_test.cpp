@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 namespace quillora::testing {
 namespace {
 
@@ -164,6 +166,24 @@ TEST(HTTPClient, RefusedConnectionNamesTheHost) {
     EXPECT_STREQ(e.what(), "Couldn't reach 127.0.0.1: Connection refused");
     EXPECT_EQ(e.reason(), HTTPError::Reason::unreachable);
   }
+}
+
+TEST(HTTPClient, GoesThroughTheProxyNamedInTheEnvironment) {
+  FakeServer proxy;
+  ::setenv("http_proxy", proxy.url().c_str(), 1);
+  ::unsetenv("no_proxy");
+  ::unsetenv("NO_PROXY");
+  FakeServer direct;
+  direct.respond("GET", "/ping", jsonResponse(200, "{}"));
+  auto local = base::sendHTTP(get(direct.url() + "/ping"));
+  auto response = base::sendHTTP(get("http://crashes.example.invalid/v1/ping"));
+  ::unsetenv("http_proxy");
+  EXPECT_EQ(local.status, 200);  // loopback is never proxied
+  // The name never had to resolve: the proxy got the request and its host.
+  EXPECT_EQ(response.status, 404);
+  auto requests = proxy.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].header("host"), "crashes.example.invalid");
 }
 
 TEST(HTTPClient, CredentialsGoOverPlainHTTPOnlyToLoopback) {
