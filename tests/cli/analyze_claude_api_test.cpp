@@ -4,6 +4,7 @@
 
 #include "base/json.h"
 #include "support/fake_server.h"
+#include "support/git_repo.h"
 #include "support/test_support.h"
 
 namespace quillora::testing {
@@ -30,10 +31,12 @@ class AnalyzeClaudeAPI : public ::testing::Test {
     return recordedEventStream(fixture("anthropic/" + name));
   }
 
+  std::filesystem::path repo = sourceDir() / "examples" / "dungeon-game";
+
   RunResult analyze(std::vector<std::string> extra, bool withKey = true) {
     std::vector<std::string> args = {
-        "analyze", "--config", "config.json", "--engine", "claude-api", "--repo",
-        (sourceDir() / "examples" / "dungeon-game").string(), "--trace",
+        "analyze", "--config", "config.json", "--engine", "claude-api", "--repo", repo.string(),
+        "--trace",
         (sourceDir() / "examples/crashes/unity-nullref.txt").string()};
     args.insert(args.end(), extra.begin(), extra.end());
     RunOptions opts;
@@ -194,6 +197,44 @@ TEST_F(AnalyzeClaudeAPI, TheMonthlyBudgetWarnsThenBlocksBeforeTheCall) {
       << blocked.err;
   EXPECT_EQ(base::Json::parse(blocked.out)["exitCode"], 3);
   EXPECT_EQ(server.requests().size(), 2u);  // the blocked run sent nothing
+}
+
+TEST_F(AnalyzeClaudeAPI, TheAnswersPatchBecomesACommitOnAFixBranchThatTheHistoryRemembers) {
+  GitSandbox sandbox;
+  GitRepo game;
+  // The recorded answer patches lines 41–45 of this file.
+  std::string filler;
+  for (int line = 1; line <= 40; ++line) filler += "// line " + std::to_string(line) + "\n";
+  game.commit("Assets/Scripts/UI/InventoryPanel.cs",
+              filler + "void Refresh()\n{\n    var count = save.Items.Count;\n"
+                       "    label.text = count.ToString();\n}\n",
+              "Inventory panel");
+  repo = game.root();
+  replay(recorded("derived_fix_analysis_with_thinking.sse"));
+
+  auto r = analyze({"--branch", "--save-history", "--format", "json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  auto doc = base::Json::parse(r.out);
+  const auto& branch = doc["branch"];
+  ASSERT_TRUE(branch.is_object()) << r.out;
+  EXPECT_EQ(branch["method"], "patch");
+  EXPECT_EQ(branch["baseRef"], "main");
+  EXPECT_EQ(branch["filesChanged"], base::Json({"Assets/Scripts/UI/InventoryPanel.cs"}));
+  EXPECT_NE(branch["diffStat"].get<std::string>().find("1 insertion"), std::string::npos);
+  std::string name = branch["name"];
+  EXPECT_EQ(name.rfind("fix/crash-nullreferenceexception-in-inventorypanel", 0), 0u) << name;
+
+  // The user is on the fix branch with the change committed, nothing pushed, nothing left over.
+  EXPECT_EQ(game.git({"branch", "--show-current"}), name);
+  EXPECT_EQ(game.git({"rev-parse", "HEAD"}), branch["commit"]);
+  EXPECT_EQ(game.git({"status", "--porcelain"}), "");
+  EXPECT_NE(game.read("Assets/Scripts/UI/InventoryPanel.cs").find("save.Items?.Count ?? 0"),
+            std::string::npos);
+
+  auto record = runQuillora(home.path(), {"history", "show", doc["historyRecordID"], "--format",
+                                          "json"});
+  ASSERT_EQ(record.exitCode, 0) << record.err;
+  EXPECT_NE(record.out.find("\"" + name + "\""), std::string::npos) << record.out;
 }
 
 }  // namespace
