@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <string_view>
 
 namespace quillora::base {
 
@@ -233,8 +234,8 @@ HTTPResponse perform(const HTTPRequest& request, const HTTPLineHandler* onLine) 
 
   curl_easy_setopt(h, CURLOPT_URL, request.url.c_str());
   curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-  // Proxies come from the environment as libcurl reads them, but this machine is never behind
-  // one: a loopback gateway or test server is always reached directly.
+  // Proxies come from the environment as libcurl reads them, except for loopback: a proxy would
+  // reach its own machine there, not ours, so a local gateway or test server is reached directly.
   std::string noProxy = noProxyList();
   curl_easy_setopt(h, CURLOPT_NOPROXY, noProxy.c_str());
   curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
