@@ -172,12 +172,6 @@ TEST_F(AnalyzeClaudeAPI, APIErrorsAndAMissingKeyAreExplained) {
   EXPECT_NE(missing.err.find("\nOn the command line, set ANTHROPIC_API_KEY\n"), std::string::npos)
       << missing.err;
   EXPECT_EQ(server.requests().size(), 1u);  // nothing went out without a key
-
-  // A key is never sent over plain http to anyone but this machine.
-  work.write("config.json", "{\"anthropicBaseURL\": \"http://api.example.invalid\"}");
-  auto insecure = analyze({});
-  EXPECT_EQ(insecure.exitCode, 1);
-  EXPECT_NE(insecure.err.find("https"), std::string::npos) << insecure.err;
 }
 
 TEST_F(AnalyzeClaudeAPI, TheMonthlyBudgetWarnsThenBlocksBeforeTheCall) {

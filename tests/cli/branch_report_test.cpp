@@ -19,17 +19,6 @@ git::FixBranchResult sampleBranch() {
   return branch;
 }
 
-TEST(BranchReport, JsonHasEveryKey) {
-  EXPECT_EQ(branchJson(sampleBranch()),
-            base::Json::parse(R"j({
-              "name": "fix/crash-nullreferenceexception", "repo": "/work/game",
-              "baseRef": "develop", "baseCommit": "0123456789abcdef0123456789abcdef01234567",
-              "commit": "fedcba9876543210fedcba9876543210fedcba98", "method": "claude-code",
-              "summary": "Guarded the target.",
-              "filesChanged": ["Assets/Player.cs", "Assets/Guard.cs"],
-              "diffStat": "2 files changed, 5 insertions(+)"})j"));
-}
-
 TEST(BranchReport, TextAndMarkdownLines) {
   EXPECT_EQ(branchTextLine(sampleBranch()),
             "Branch: fix/crash-nullreferenceexception (from develop, commit fedcba9) 2 file(s)");

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "base/settings.h"
 #include "git/branch_name.h"
 #include "git/commit_message.h"
 #include "git/git_error.h"
@@ -28,14 +27,6 @@ TEST(BranchSlug, FoldsCutsAndFallsBack) {
            {"", "crash"}}) {
     EXPECT_EQ(branchSlug(c.title), c.slug) << c.title;
   }
-}
-
-TEST(BranchSlug, DefaultNameUsesTheConfiguredPrefix) {
-  base::Settings::shared().reset();
-  EXPECT_EQ(defaultBranchName("SIGSEGV in Renderer"), "fix/crash-sigsegv-in-renderer");
-  base::Settings::shared().reset(base::Json{{"branchPrefix", "quillora/"}});
-  EXPECT_EQ(defaultBranchName("SIGSEGV in Renderer"), "quillora/sigsegv-in-renderer");
-  base::Settings::shared().reset();
 }
 
 TEST(FixCommitMessage, LaysOutEveryBlock) {
