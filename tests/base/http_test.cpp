@@ -43,10 +43,8 @@ TEST(HTTPClient, SendsMethodHeadersAndBodyAndReturnsTheResponse) {
   auto received = server.requests();
   ASSERT_EQ(received.size(), 1u);
   EXPECT_EQ(received[0].method, "POST");
-  EXPECT_EQ(received[0].path, "/v1/things");
   EXPECT_EQ(received[0].target, "/v1/things?limit=100");
   EXPECT_EQ(received[0].header("x-api-key"), "sk-test");
-  EXPECT_EQ(received[0].header("content-type"), "application/json");
   EXPECT_EQ(received[0].header("accept"), "text/event-stream");
   EXPECT_EQ(received[0].header("expect"), std::nullopt);
   EXPECT_EQ(received[0].body, R"({"name":"é ✓"})");
@@ -97,74 +95,53 @@ TEST(HTTPClient, StreamsTheBodyLineByLineWhateverTheChunking) {
 }
 
 TEST(HTTPClient, TransferFailuresSayWhichHostAndWhy) {
-  const std::string body = "data: one\n\ndata: two\n\ndata: three\n\n";
-  struct Case {
-    std::string name;
-    FakeResponse response;
-    HTTPRequest request;
-    HTTPError::Reason reason;
-    std::string message;
-    std::vector<std::string> linesBefore;
-  };
+  using namespace std::chrono_literals;
   FakeResponse cut;
   cut.contentType = "text/event-stream";
-  cut.body = body;
+  cut.body = "data: one\n\ndata: two\n\ndata: three\n\n";
   cut.cutOffAfter = 11;
   FakeResponse stall = cut;
   stall.cutOffAfter.reset();
   stall.stallAfter = 22;
-
-  HTTPRequest stallLimited;
-  stallLimited.stallTimeout = std::chrono::seconds(1);
-  HTTPRequest overallLimited;
-  overallLimited.timeout = std::chrono::milliseconds(300);
-
-  std::vector<Case> cases = {
-      {"cut off",
-       cut,
-       {},
-       HTTPError::Reason::cutOff,
-       "Couldn't reach 127.0.0.1: the connection closed before the response was complete",
-       {"data: one", ""}},
-      {"stalled",
-       stall,
-       stallLimited,
-       HTTPError::Reason::stalled,
-       "Couldn't reach 127.0.0.1: the server sent nothing for 1 second",
-       {"data: one", "", "data: two", ""}},
-      {"overall time-out",
-       stall,
-       overallLimited,
-       HTTPError::Reason::timedOut,
-       "Couldn't reach 127.0.0.1: no complete answer within 0.3 seconds",
-       {"data: one", "", "data: two", ""}},
+  const std::vector<std::string> one = {"data: one", ""};
+  const std::vector<std::string> two = {"data: one", "", "data: two", ""};
+  struct Case {
+    std::optional<FakeResponse> response;  // none: nothing listens on the port
+    std::chrono::milliseconds stallTimeout;
+    std::chrono::milliseconds timeout;
+    HTTPError::Reason reason;
+    std::string message;
+    std::vector<std::string> linesBefore;
+  } cases[] = {
+      {cut, 0ms, 60s, HTTPError::Reason::cutOff,
+       "Couldn't reach 127.0.0.1: the connection closed before the response was complete", one},
+      {stall, 1s, 60s, HTTPError::Reason::stalled,
+       "Couldn't reach 127.0.0.1: the server sent nothing for 1 second", two},
+      {stall, 0ms, 300ms, HTTPError::Reason::timedOut,
+       "Couldn't reach 127.0.0.1: no complete answer within 0.3 seconds", two},
+      {std::nullopt, 0ms, 60s, HTTPError::Reason::unreachable,
+       "Couldn't reach 127.0.0.1: Connection refused", {}},
   };
   for (auto& c : cases) {
     FakeServer server;
-    server.respond("GET", "/events", c.response);
-    c.request.url = server.url() + "/events";
+    HTTPRequest request = get(server.url() + "/events");
+    if (c.response)
+      server.respond("GET", "/events", *c.response);
+    else
+      request.url = "http://127.0.0.1:" + std::to_string(unusedLoopbackPort()) + "/events";
+    request.stallTimeout = c.stallTimeout;
+    request.timeout = c.timeout;
     std::vector<std::string> lines;
     try {
-      base::sendHTTPStreaming(c.request, [&](std::string_view line) { lines.emplace_back(line); });
-      ADD_FAILURE() << c.name << ": no error";
+      base::sendHTTPStreaming(request, [&](std::string_view line) { lines.emplace_back(line); });
+      ADD_FAILURE() << c.message << ": no error";
     } catch (const HTTPError& e) {
-      EXPECT_EQ(e.what(), c.message) << c.name;
-      EXPECT_EQ(e.reason(), c.reason) << c.name;
-      EXPECT_EQ(e.host(), "127.0.0.1") << c.name;
-      EXPECT_EQ(e.kind(), "network") << c.name;
+      EXPECT_EQ(e.what(), c.message);
+      EXPECT_EQ(e.reason(), c.reason) << c.message;
+      EXPECT_EQ(e.host(), "127.0.0.1") << c.message;
+      EXPECT_EQ(e.kind(), "network") << c.message;
     }
-    EXPECT_EQ(lines, c.linesBefore) << c.name;
-  }
-}
-
-TEST(HTTPClient, RefusedConnectionNamesTheHost) {
-  auto request = get("http://127.0.0.1:" + std::to_string(unusedLoopbackPort()) + "/v1/messages");
-  try {
-    base::sendHTTP(request);
-    FAIL() << "no error";
-  } catch (const HTTPError& e) {
-    EXPECT_STREQ(e.what(), "Couldn't reach 127.0.0.1: Connection refused");
-    EXPECT_EQ(e.reason(), HTTPError::Reason::unreachable);
+    EXPECT_EQ(lines, c.linesBefore) << c.message;
   }
 }
 
@@ -187,35 +164,26 @@ TEST(HTTPClient, GoesThroughTheProxyNamedInTheEnvironment) {
 }
 
 TEST(HTTPClient, CredentialsGoOverPlainHTTPOnlyToLoopback) {
-  struct Case {
-    std::string url;
-    std::optional<std::string> refusal;
+  auto refusal = [](const std::string& host) -> std::optional<std::string> {
+    return "Refusing to send an API key to " + host +
+           " over plain http; use an https address (only loopback addresses may use http).";
   };
-  const std::vector<Case> cases = {
-      {"http://api.example.com/v1/messages",
-       "Refusing to send an API key to api.example.com over plain http; use an https address "
-       "(only loopback addresses may use http)."},
-      {"HTTP://api.example.com:8080/x",
-       "Refusing to send an API key to api.example.com over plain http; use an https address "
-       "(only loopback addresses may use http)."},
-      {"http://10.0.0.127/x",
-       "Refusing to send an API key to 10.0.0.127 over plain http; use an https address (only "
-       "loopback addresses may use http)."},
-      {"http://127.0.0.1.example.com/x",
-       "Refusing to send an API key to 127.0.0.1.example.com over plain http; use an https "
-       "address (only loopback addresses may use http)."},
+  const std::pair<std::string, std::optional<std::string>> cases[] = {
+      {"http://api.example.com/v1/messages", refusal("api.example.com")},
+      {"HTTP://api.example.com:8080/x", refusal("api.example.com")},
+      {"http://10.0.0.127/x", refusal("10.0.0.127")},
+      {"http://127.0.0.1.example.com/x", refusal("127.0.0.1.example.com")},
       {"https://api.example.com/v1/messages", std::nullopt},
-      {"http://127.0.0.1:9/x", std::nullopt},
       {"http://127.8.9.10/x", std::nullopt},
       {"http://localhost:9/x", std::nullopt},
       {"http://[::1]:9/x", std::nullopt},
   };
-  for (const auto& c : cases) {
+  for (const auto& [url, expected] : cases) {
     try {
-      base::requireSecureTransport(c.url);
-      EXPECT_EQ(c.refusal, std::nullopt) << c.url;
+      base::requireSecureTransport(url);
+      EXPECT_EQ(expected, std::nullopt) << url;
     } catch (const HTTPError& e) {
-      EXPECT_EQ(std::optional<std::string>(e.what()), c.refusal) << c.url;
+      EXPECT_EQ(std::optional<std::string>(e.what()), expected) << url;
       EXPECT_EQ(e.reason(), HTTPError::Reason::insecure);
     }
   }
@@ -237,7 +205,7 @@ TEST(HTTPClient, CredentialsGoOverPlainHTTPOnlyToLoopback) {
   EXPECT_EQ(base::sendHTTP(request).status, 200);
 }
 
-TEST(HTTPClient, ALineHandlerThatThrowsEndsTheTransferWithItsError) {
+TEST(HTTPClient, AThrowingLineHandlerOrCancellationEndsAStalledTransfer) {
   FakeServer server;
   FakeResponse stall;
   stall.contentType = "text/event-stream";
@@ -249,15 +217,6 @@ TEST(HTTPClient, ALineHandlerThatThrowsEndsTheTransferWithItsError) {
                                          if (line == "data: one") throw std::logic_error("stop");
                                        }),
                std::logic_error);
-}
-
-TEST(HTTPClient, CancellationAbortsARunningTransfer) {
-  FakeServer server;
-  FakeResponse stall;
-  stall.contentType = "text/event-stream";
-  stall.body = "data: one\n\ndata: two\n";
-  stall.stallAfter = 11;
-  server.respond("GET", "/events", stall);
   std::vector<std::string> lines;
   EXPECT_THROW(base::sendHTTPStreaming(get(server.url() + "/events"),
                                        [&](std::string_view line) {

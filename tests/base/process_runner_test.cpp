@@ -85,25 +85,20 @@ TEST(ProcessRunner, HandsOutLinesPerStreamWithTheUnfinishedLastLine) {
                                                  "2"}));
 }
 
-TEST(ProcessRunner, GivesTheChildTheFixedEnvironment) {
-  ProcessRequest request = shell(R"(printf '%s|%s|%s|%s|%s|%s' "$GIT_TERMINAL_PROMPT" "$NO_COLOR" )"
-                                 R"("$LC_ALL" "$LANGUAGE" "$QUILLORA_EXTRA" "$PATH")");
-  request.environment = {{"QUILLORA_EXTRA", "extra"}};
-  EXPECT_EQ(kRunner.run(request).stdout,
-            "0|1|C.UTF-8|en|extra|" + ProcessRunner::loginSearchPath());
-}
-
-TEST(ProcessRunner, RunsInTheWorkingDirectoryAndReadsNothingWithoutInput) {
+TEST(ProcessRunner, GivesTheChildTheFixedEnvironmentTheFolderAndNoInput) {
   TempDir dir;
-  ProcessRequest request = shell("pwd; cat");
+  ProcessRequest request = shell(R"(printf '%s|%s|%s|%s|%s|%s|' "$GIT_TERMINAL_PROMPT" "$NO_COLOR" )"
+                                 R"("$LC_ALL" "$LANGUAGE" "$QUILLORA_EXTRA" "$PATH"; pwd; cat)");
+  request.environment = {{"QUILLORA_EXTRA", "extra"}};
   request.workingDirectory = dir.path();
-  EXPECT_EQ(kRunner.run(request).stdout, dir.path().string() + "\n");
+  EXPECT_EQ(kRunner.run(request).stdout, "0|1|C.UTF-8|en|extra|" + ProcessRunner::loginSearchPath() +
+                                             "|" + dir.path().string() + "\n");
 }
 
-TEST(ProcessRunner, PassesFiftyMegabytesThroughInputAndBothOutputsAtOnce) {
+TEST(ProcessRunner, LargeInputNeitherDeadlocksNorKillsAChildThatStopsReading) {
+  // Fifty megabytes through input and both outputs at once.
   const std::string line = "a line of a large prompt, 0123456789\n";
   std::string input;
-  input.reserve(50'000'000 + line.size());
   while (input.size() < 50'000'000)
     input += line;
   size_t lines = 0;
@@ -115,109 +110,80 @@ TEST(ProcessRunner, PassesFiftyMegabytesThroughInputAndBothOutputsAtOnce) {
   EXPECT_TRUE(result.stdout == input);
   EXPECT_TRUE(result.stderr == input);
   EXPECT_EQ(lines, input.size() / line.size());
-}
 
-TEST(ProcessRunner, ChildThatStopsReadingItsInputStillEndsNormally) {
-  ProcessRequest request = shell("head -c 5 >/dev/null; echo read enough");
+  request = shell("head -c 5 >/dev/null; echo read enough");
   request.standardInput = std::string(10'000'000, 'x');
-  ShellResult result = kRunner.run(request);
+  result = kRunner.run(request);
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.stdout, "read enough\n");
 }
 
-TEST(ProcessRunner, SilentChildIsStoppedByTheStallLimit) {
-  ProcessRequest request = shell("echo started; exec sleep 30");
-  request.label = "sleepy";
-  request.stallLimit = 1s;
-  request.timeLimit = 30s;
-  try {
-    (void)kRunner.run(request);
-    FAIL() << "no time-out";
-  } catch (const ShellTimeout& timeout) {
-    EXPECT_TRUE(timeout.stalled());
-    EXPECT_EQ(timeout.seconds(), 1);
-    EXPECT_EQ(timeout.label(), "sleepy");
-    EXPECT_EQ(timeout.lastOutput(), "started\n");
-    EXPECT_STREQ(timeout.what(),
-                 "`sleepy` stopped responding (no output for 1 seconds), so Quillora stopped it.\n"
-                 "Last output:\nstarted");
-    EXPECT_EQ(timeout.kind(), "shell");
-  }
-}
-
-TEST(ProcessRunner, ChattyChildIsStoppedOnlyByTheOverallLimit) {
-  ProcessRequest request = shell("while :; do echo tick; sleep 0.2; done");
-  request.label = "chatty";
-  request.stallLimit = 1s;
-  request.timeLimit = 2.5s;
-  try {
-    (void)kRunner.run(request);
-    FAIL() << "no time-out";
-  } catch (const ShellTimeout& timeout) {
-    EXPECT_FALSE(timeout.stalled());
-    EXPECT_EQ(timeout.seconds(), 2);
-    EXPECT_EQ(std::string(timeout.what())
-                  .rfind("`chatty` didn't finish within 2 seconds, so Quillora stopped it.\n"
-                         "Last output:\ntick\ntick\n",
-                         0),
-              0u)
-        << timeout.what();
-  }
-}
-
-TEST(ProcessRunner, OverallLimitIsReportedWhenBothLimitsAreExceeded) {
-  ProcessRequest request;
-  request.executable = "sleep";
-  request.arguments = {"30"};
-  request.stallLimit = 1s;
-  request.timeLimit = 1s;
-  try {
-    (void)kRunner.run(request);
-    FAIL() << "no time-out";
-  } catch (const ShellTimeout& timeout) {
-    EXPECT_FALSE(timeout.stalled());
-    EXPECT_STREQ(timeout.what(), "`sleep` didn't finish within 1 seconds, so Quillora stopped it.");
-  }
-}
-
-TEST(ProcessRunner, LastOutputIsTheTailOfStandardErrorWhenThereIsAny) {
+TEST(ProcessRunner, LimitsStopTheChildAndSayWhichWithTheLastOutput) {
   struct Case {
     std::string script;
-    std::string lastOutput;
+    std::string label;
+    Seconds stall;
+    Seconds overall;
+    bool stalled;
+    std::string message;  // a chatty child's message is only checked up to here
+    bool wholeMessage;
+    std::optional<std::string> lastOutput;
   } cases[] = {
-      {"printf 'out'; printf 'err' >&2; exec sleep 30", "err"},
-      {"printf '%05000d' 0; printf 'end'; exec sleep 30", std::string(1997, '0') + "end"},
+      {"echo started; exec sleep 30", "sleepy", 1s, 30s, true,
+       "`sleepy` stopped responding (no output for 1 seconds), so Quillora stopped it.\n"
+       "Last output:\nstarted",
+       true, "started\n"},
+      {"while :; do echo tick; sleep 0.2; done", "chatty", 1s, 2.5s, false,
+       "`chatty` didn't finish within 2 seconds, so Quillora stopped it.\nLast output:\ntick\ntick\n",
+       false, std::nullopt},
+      // Both limits exceeded: the overall one is named; no output, no "Last output".
+      {"exec sleep 30", "", 1s, 1s, false,
+       "`sh` didn't finish within 1 seconds, so Quillora stopped it.", true, ""},
+      // The last output is standard error's when there is any, and its tail only.
+      {"printf 'out'; printf 'err' >&2; exec sleep 30", "", 0.5s, 30s, true, "", false, "err"},
+      {"printf '%05000d' 0; printf 'end'; exec sleep 30", "", 0.5s, 30s, true, "", false,
+       std::string(1997, '0') + "end"},
   };
   for (const auto& c : cases) {
     ProcessRequest request = shell(c.script);
-    request.stallLimit = 0.5s;
+    request.label = c.label;
+    request.stallLimit = c.stall;
+    request.timeLimit = c.overall;
     try {
       (void)kRunner.run(request);
       ADD_FAILURE() << "no time-out: " << c.script;
     } catch (const ShellTimeout& timeout) {
-      EXPECT_EQ(timeout.lastOutput(), c.lastOutput);
+      EXPECT_EQ(timeout.stalled(), c.stalled) << c.script;
+      EXPECT_EQ(timeout.kind(), "shell");
+      if (c.wholeMessage)
+        EXPECT_EQ(timeout.what(), c.message);
+      else
+        EXPECT_EQ(std::string(timeout.what()).rfind(c.message, 0), 0u) << timeout.what();
+      if (c.lastOutput) EXPECT_EQ(timeout.lastOutput(), *c.lastOutput) << c.script;
     }
   }
 }
 
-TEST(ProcessRunner, ChildIgnoringSigtermIsKilledWithEverythingItStarted) {
-  TempDir dir;
-  ProcessRequest request = shell("trap '' TERM; sleep 30 & echo $! > helper; echo $$ > self; "
-                                 "while :; do sleep 1; done");
-  request.workingDirectory = dir.path();
-  request.timeLimit = 1s;
-  EXPECT_THROW((void)kRunner.run(request), ShellTimeout);
-  EXPECT_TRUE(isGone(readText(dir.path() / "self")));
-  EXPECT_TRUE(becomesGone(readText(dir.path() / "helper")));
-}
-
-TEST(ProcessRunner, StoppingAToolStopsWhatItStarted) {
-  TempDir dir;
-  ProcessRequest request = shell("sleep 30 & echo $! > helper; exec sleep 30");
-  request.workingDirectory = dir.path();
-  request.stallLimit = 0.5s;
-  EXPECT_THROW((void)kRunner.run(request), ShellTimeout);
-  EXPECT_TRUE(becomesGone(readText(dir.path() / "helper")));
+TEST(ProcessRunner, StoppingAToolKillsItAndWhatItStartedEvenWhenItIgnoresSigterm) {
+  struct Case {
+    std::string script;
+    std::optional<Seconds> stall;
+    std::optional<Seconds> overall;
+  } cases[] = {
+      {"trap '' TERM; sleep 30 & echo $! > helper; echo $$ > self; while :; do sleep 1; done",
+       std::nullopt, 1s},
+      {"sleep 30 & echo $! > helper; echo $$ > self; exec sleep 30", 0.5s, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    ProcessRequest request = shell(c.script);
+    request.workingDirectory = dir.path();
+    request.stallLimit = c.stall;
+    request.timeLimit = c.overall;
+    EXPECT_THROW((void)kRunner.run(request), ShellTimeout);
+    EXPECT_TRUE(isGone(readText(dir.path() / "self"))) << c.script;
+    EXPECT_TRUE(becomesGone(readText(dir.path() / "helper"))) << c.script;
+  }
 }
 
 TEST(ProcessRunner, DoesNotWaitForWhatAFinishedToolLeftHoldingItsOutput) {
@@ -226,7 +192,7 @@ TEST(ProcessRunner, DoesNotWaitForWhatAFinishedToolLeftHoldingItsOutput) {
   ::kill(std::stoi(result.stdout), SIGKILL);
 }
 
-TEST(ProcessRunner, CtrlCStopsTheChildAndCancelsTheCall) {
+TEST(ProcessRunner, CtrlCOrAThrowingLineCallbackStopsTheChildAndLeavesTheCall) {
   TempDir dir;
   std::thread user([&] {
     while (!std::filesystem::exists(dir.path() / "self"))
@@ -240,44 +206,37 @@ TEST(ProcessRunner, CtrlCStopsTheChildAndCancelsTheCall) {
   user.join();
   setCancelled(false);
   EXPECT_TRUE(isGone(readText(dir.path() / "self")));
-}
 
-TEST(ProcessRunner, ExceptionFromALineCallbackStopsTheChild) {
-  ProcessRequest request = shell("echo first; exec sleep 30");
-  request.onStdoutLine = [](const std::string& line) {
-    throw std::runtime_error("stop at " + line);
-  };
+  request = shell("echo first; exec sleep 30");
+  request.onStdoutLine = [](const std::string& line) { throw std::runtime_error("stop at " + line); };
   try {
     (void)kRunner.run(request);
-    FAIL() << "nothing thrown";
+    ADD_FAILURE() << "nothing thrown";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "stop at first");
   }
 }
 
-TEST(ProcessRunner, MissingToolIsNotFoundAndNothingStarts) {
+TEST(ProcessRunner, MissingToolOrRefusedLaunchSayWhy) {
   try {
     (void)kRunner.run("quillora-no-such-tool", {});
-    FAIL() << "nothing thrown";
+    ADD_FAILURE() << "nothing thrown";
   } catch (const ShellError& error) {
     EXPECT_EQ(error.errorCase(), ShellError::Case::notFound);
     EXPECT_STREQ(error.what(), "Couldn't find `quillora-no-such-tool` on your PATH. Install it, or "
                                "set its full path in Settings.");
   }
-}
-
-TEST(ProcessRunner, LaunchRefusedByTheSystemKeepsItsReason) {
   ProcessRequest request = shell("true");
   request.workingDirectory = "/quillora/no/such/folder";
   try {
     (void)kRunner.run(request);
-    FAIL() << "nothing thrown";
+    ADD_FAILURE() << "nothing thrown";
   } catch (const ShellLaunchError& error) {
     EXPECT_STREQ(error.what(), "Couldn't start `sh`: No such file or directory.");
   }
 }
 
-TEST(ProcessRunner, ResolvesNamesPathsAndTildes) {
+TEST(ProcessRunner, ResolvesOnlyExecutableFilesByNamePathOrTilde) {
   TempDir dir;
   auto tool = dir.write("bin/tool", "#!/bin/sh\n");
   std::filesystem::permissions(tool, std::filesystem::perms(0755));
@@ -285,20 +244,16 @@ TEST(ProcessRunner, ResolvesNamesPathsAndTildes) {
   (void)ProcessRunner::loginSearchPath(); // computed with the real home, before HOME changes
   std::string home = std::getenv("HOME") ? std::getenv("HOME") : "";
   ::setenv("HOME", dir.path().c_str(), 1);
-
-  EXPECT_EQ(ProcessRunner::resolve("~/bin/tool"), tool);
-  EXPECT_EQ(ProcessRunner::resolve(tool.string()), tool);
-  EXPECT_EQ(ProcessRunner::resolve(plain.string()), std::nullopt);
-  EXPECT_EQ(ProcessRunner::resolve("~/bin/plain"), std::nullopt);
-  EXPECT_EQ(ProcessRunner::resolve((dir.path() / "bin").string()), std::nullopt);
-  EXPECT_EQ(ProcessRunner::resolve("/quillora/no/such/tool"), std::nullopt);
-  EXPECT_EQ(ProcessRunner::resolve("quillora-no-such-tool"), std::nullopt);
-  EXPECT_EQ(ProcessRunner::resolve(""), std::nullopt);
+  const std::pair<std::string, std::optional<std::filesystem::path>> cases[] = {
+      {"~/bin/tool", tool},           {tool.string(), tool},
+      {plain.string(), std::nullopt}, {(dir.path() / "bin").string(), std::nullopt},
+      {"quillora-no-such-tool", std::nullopt}, {"", std::nullopt},
+  };
+  for (const auto& [name, resolved] : cases)
+    EXPECT_EQ(ProcessRunner::resolve(name), resolved) << name;
   auto sh = ProcessRunner::resolve("sh");
   ASSERT_TRUE(sh.has_value());
-  EXPECT_EQ(sh->filename(), "sh");
-  EXPECT_TRUE(sh->is_absolute());
-
+  EXPECT_TRUE(sh->is_absolute() && sh->filename() == "sh");
   ::setenv("HOME", home.c_str(), 1);
 }
 
@@ -313,22 +268,16 @@ TEST(ProcessRunner, LoginSearchPathIsTheShellsPathFollowedByTheToolFolders) {
     std::filesystem::permissions(path, std::filesystem::perms(0755));
     return path.string();
   };
-  const std::string extras = ":/h/.local/bin:/h/.claude/local:/opt/homebrew/bin:/usr/local/bin:"
-                             "/h/google-cloud-sdk/bin:/opt/homebrew/share/google-cloud-sdk/bin:"
-                             "/usr/local/share/google-cloud-sdk/bin";
-  const std::string fallback = "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
-  struct Case {
-    std::string shell;
-    std::string expected;
-  } cases[] = {
-      {fakeShell("login", "/x/bin:/usr/local/bin"), "/x/bin:/usr/local/bin" + extras},
-      {fakeShell("silent", ""), fallback + extras},
-      {fakeShell("garbled", "/x/\377"), fallback + extras},
-      {(dir.path() / "missing").string(), fallback},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(ProcessRunner::computeLoginSearchPath(c.shell, "/h"), c.expected) << c.shell;
-  }
+  // Without a shell there is only the fixed fallback; the tool folders under the home come after
+  // the shell's path, or after the fallback when the shell gives none that is usable.
+  const std::string fallback = ProcessRunner::computeLoginSearchPath((dir.path() / "missing").string(), "/h");
+  const std::string login = ProcessRunner::computeLoginSearchPath(fakeShell("login", "/x/bin:/usr/bin"), "/h");
+  ASSERT_EQ(login.rfind("/x/bin:/usr/bin:/h/", 0), 0u) << login;
+  const std::string extras = login.substr(std::string("/x/bin:/usr/bin").size());
+  EXPECT_NE(extras.find(":/h/.claude/local:"), std::string::npos) << extras;
+  EXPECT_NE(fallback.find(":/usr/bin:/bin:"), std::string::npos) << fallback;
+  EXPECT_EQ(ProcessRunner::computeLoginSearchPath(fakeShell("silent", ""), "/h"), fallback + extras);
+  EXPECT_EQ(ProcessRunner::computeLoginSearchPath(fakeShell("garbled", "/x/\377"), "/h"), fallback + extras);
   // A slow shell isn't waited for, but isn't killed halfway through the user's profile either (nor
   // by SIGPIPE when its profile prints something).
   auto slow = dir.write(

@@ -90,11 +90,16 @@ TEST(CorpusReplay, HostileShapesReadWithoutFailing) {
       "Thread 0 Crashed:\n" + std::string(50000, '0') + "   x 0x1 y\n",
       "#00 pc " + std::string(5000, 'f') + " /a.so (" + std::string(3000, '(') + "\n",
       "at " + std::string(8000, 'a') + "(" + std::string(100, ')') + "\n",
+      std::string(100000, '('),
+      std::string("\0\xff\xfe garbage \x80", 14),
+      "Thread 99999999999999999999 Crashed:\n",
+      "",
   };
   StackTraceParser parser;
   for (size_t i = 0; i < texts.size(); ++i) {
     CrashReport report;
     ASSERT_NO_THROW(report = readCrashText(texts[i], parser)) << i;
+    if (appleCrashLogKind(texts[i]) != AppleCrashLogKind::ips) EXPECT_EQ(report.rawText, texts[i]) << i;
     expectCoherent(report, "hostile " + std::to_string(i));
   }
 }

@@ -79,8 +79,6 @@ TEST(CorpusTraces, ReadAsTheRulesSay) {
        "com.apple.main-thread", 4, 1, 4, 4, "$s7TrackerAAC15processSetParam33_D4E886A82F48D5FF6D01201C89A6EB9ELL_5value7optionsySS_SSycAA0D6OptionCtFTf4xnnn_n", ""},
       {"crash/iOSNative/ios16-swift-trap.ips", P::iOSNative, "EXC_BREAKPOINT", "(SIGTRAP)",
        "com.apple.main-thread", 48, 8, 129, 3, "0x102230000", ""},
-      {"crash/iOSNative/ios16-text-trap.crash", P::iOSNative, "EXC_BREAKPOINT", "(SIGTRAP)",
-       "com.apple.main-thread", 48, 8, 129, 3, "0x102230000", ""},
       {"crash/iOSNative/ios26-testflight-swift-concurrency-assert.crash", P::iOSNative, "EXC_BREAKPOINT", "(SIGTRAP)",
        "Thread 7", 16, 9, 118, 29, "_checkExpectedExecutor(_filenameStart:_filenameLength:_filenameIsASCII:_line:_executor:)", "/<compiler-generated>"},
       {"crash/iOSNative/kscrash-badpointer.crash", P::iOSNative, "EXC_BAD_ACCESS", "(SIGSEGV)",

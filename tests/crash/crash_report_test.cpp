@@ -60,22 +60,15 @@ TEST(CrashReport, ShortSymbolDropsParametersFromTheFifthCharacterAndCutsLongName
   }
 }
 
-TEST(CrashReport, AReportWithoutThreadsHasNoCrashedThreadNorBlamedFrame) {
+TEST(CrashReport, CrashedThreadIsTheFirstMarkedOneElseTheFirstElseNone) {
   CrashReport report;
   EXPECT_EQ(report.crashedThread(), nullptr);
   EXPECT_EQ(report.blamedFrame(), nullptr);
   EXPECT_EQ(report.title(), "Crash");
-  report.exceptionType = "SIGSEGV";
-  EXPECT_EQ(report.title(), "SIGSEGV");
-  EXPECT_EQ(report.summaryText(), "Platform: Unknown\nException: SIGSEGV");
-}
-
-TEST(CrashReport, CrashedThreadIsTheFirstMarkedOneElseTheFirst) {
-  CrashReport report;
+  EXPECT_EQ(report.summaryText(), "Platform: Unknown\nException: (unknown)");
   report.threads.resize(3);
   report.threads[0].name = "a";
   report.threads[1].name = "b";
-  report.threads[2].name = "c";
   EXPECT_EQ(report.crashedThread()->name, "a");
   report.threads[2].isCrashed = true;
   report.threads[1].isCrashed = true;
@@ -95,12 +88,8 @@ TEST(CrashReport, BlamedFrameNeverFallsBackToASystemFrameOrAnotherThread) {
   ASSERT_NE(report.blamedFrame(), nullptr);
   EXPECT_EQ(report.blamedFrame()->index, 1);
   EXPECT_EQ(report.title(), "NullReferenceException in Game.Player.Update");
-}
-
-TEST(CrashReport, TitleCutsTheBlamedSymbolAtEightyCharacters) {
-  CrashReport report;
-  report.threads.resize(1);
-  report.threads[0].frames = {frame(0, "m", std::string(100, 'x'), true)};
+  report.exceptionType = "";
+  report.threads[0].frames[1].symbol = std::string(100, 'x');
   EXPECT_EQ(report.title(), "Crash in " + std::string(80, 'x') + "…");
 }
 
@@ -170,15 +159,8 @@ TEST(CrashReport, DecodingIsLenient) {
   EXPECT_EQ(report.threads[0].frames[0].line, 12);
 }
 
-TEST(CrashPlatform, NamesRoundTripInDeclarationOrder) {
-  std::vector<std::string> shortNames;
-  for (CrashPlatform p : kAllCrashPlatforms) {
-    EXPECT_EQ(crashPlatformFromDisplayName(displayName(p)), p);
-    shortNames.emplace_back(shortName(p));
-  }
-  EXPECT_EQ(shortNames, (std::vector<std::string>{"iOS", "Unity", "Android", "NDK", "Unreal", "Unknown"}));
-  EXPECT_EQ(base::Json(CrashPlatform::iOSNative), "iOS / macOS (Swift, Obj-C)");
-  EXPECT_EQ(base::Json(CrashPlatform::unreal), "Unreal Engine (C++)");
+TEST(CrashPlatform, DisplayNamesRoundTrip) {
+  for (CrashPlatform p : kAllCrashPlatforms) EXPECT_EQ(crashPlatformFromDisplayName(displayName(p)), p);
 }
 
 TEST(NormalizedCrash, RoundTripsThroughJson) {
