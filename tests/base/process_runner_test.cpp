@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -30,18 +29,11 @@ ProcessRequest shell(const std::string& script) {
   return request;
 }
 
-std::string_view trim(std::string_view s) {
-  while (!s.empty() && (s.back() == '\n' || s.back() == ' '))
-    s.remove_suffix(1);
-  return s;
-}
-
 // A process that is gone, or a zombie waiting for init, is no longer running.
 bool isGone(const std::string& pidText) {
-  auto stat = readText("/proc/" + std::string(trim(pidText)) + "/stat");
-  if (stat.empty()) return true;
+  auto stat = readText("/proc/" + std::to_string(std::stoi(pidText)) + "/stat");
   auto close = stat.rfind(')');
-  return close != std::string::npos && stat.substr(close + 2, 1) == "Z";
+  return stat.empty() || (close != std::string::npos && stat.substr(close + 2, 1) == "Z");
 }
 
 bool becomesGone(const std::string& pidText) {

@@ -49,52 +49,44 @@ TEST(CrashSignature, FramePartsDropWhatChangesBetweenBuilds) {
   }
 }
 
-TEST(CrashSignature, StaysTheSameAcrossBuildsDevicesAndAddresses) {
+TEST(CrashSignature, StaysTheSameAcrossBuildsAndAddressesAndFallsBackToSystemFramesThenWords) {
+  const std::string unity = "Crashed: com.apple.main-thread\nEXC_BAD_ACCESS KERN_INVALID_ADDRESS ";
+  const std::string unitySignature =
+      "v1|EXC_BAD_ACCESS|InventorySlot_Refresh|InventoryPanel_OnItemAdded|Inventory_AddItem";
+  const std::string javaSignature =
+      "v1|java.lang.NullPointerException|com.game.Shop.open|com.game.Shop$anon.run";
+  const std::pair<std::string, std::string> cases[] = {
+      // Two builds on two devices: other hashes, addresses and offsets, and a fourth frame.
+      {unity + "0x0000000000000018\n"
+               "0  UnityFramework  0x0000000109a4c3b0 InventorySlot_Refresh_m7F2C1A9B3E + 48\n"
+               "1  UnityFramework  0x0000000109a4b2f4 InventoryPanel_OnItemAdded_mC41D8E2A7F + 212\n"
+               "2  UnityFramework  0x0000000109a4a1d0 Inventory_AddItem_m9B0E44F1C2 + 380\n"
+               "3  UnityFramework  0x0000000109a4a1d0 Game_Tick_m9B0E44F1C2 + 380\n",
+       unitySignature},
+      {unity + "0x0000000000000020\n"
+               "0  UnityFramework  0x00000001052c13a0 InventorySlot_Refresh_mA1B2C3D4E5 + 52\n"
+               "1  UnityFramework  0x00000001052c02e4 InventoryPanel_OnItemAdded_m0F1E2D3C4B + 208\n"
+               "2  UnityFramework  0x00000001052b01c0 Inventory_AddItem_m5A6B7C8D9E + 376\n"
+               "3  UnityFramework  0x00000001052b01c0 Other_Tick_m5A6B7C8D9E + 376\n",
+       unitySignature},
+      {"java.lang.NullPointerException: x\n\tat com.game.Shop.open(Shop.kt:12)\n"
+       "\tat com.game.Shop$1.run(Shop.kt:40)\n\tat android.os.Handler.handleCallback(Handler.java:938)\n",
+       javaSignature},
+      {"java.lang.NullPointerException: y\n\tat com.game.Shop.open(Shop.kt:14)\n"
+       "\tat com.game.Shop$3.run(Shop.kt:44)\n\tat android.os.Handler.handleCallback(Handler.java:958)\n",
+       javaSignature},
+      // Another exception or other app code is another crash.
+      {"NullReferenceException: x\nGame.Shop.Open () (at Assets/Shop.cs:3)\n", "v1|NullReferenceException|Game.Shop.Open"},
+      {"ArgumentException: x\nGame.Shop.Open () (at Assets/Shop.cs:3)\n", "v1|ArgumentException|Game.Shop.Open"},
+      {"NullReferenceException: x\nGame.Shop.Close () (at Assets/Shop.cs:3)\n", "v1|NullReferenceException|Game.Shop.Close"},
+      {"signal 11 (SIGSEGV)\n#00 pc 0001  /system/lib64/libc.so (abort+12)\n#01 pc 0002  /system/lib64/libc.so\n",
+       "v1|SIGSEGV|abort|libc.so"},
+      {"Abort message: 'Check failed: slot 12 at 0x7f001234 (id {a-b})'", "v1|SIGABRT|'Check failed: slot # at # (id #)'"},
+      {"\n  The game froze on level 3.\nThen it closed.", "v1|Crash|The game froze on level #."},
+      {"", "v1|Crash"},
+  };
   StackTraceParser parser;
-  std::string build1 =
-      "Crashed: com.apple.main-thread\nEXC_BAD_ACCESS KERN_INVALID_ADDRESS 0x0000000000000018\n"
-      "0  UnityFramework  0x0000000109a4c3b0 InventorySlot_Refresh_m7F2C1A9B3E + 48\n"
-      "1  UnityFramework  0x0000000109a4b2f4 InventoryPanel_OnItemAdded_mC41D8E2A7F + 212\n"
-      "2  UnityFramework  0x0000000109a4a1d0 Inventory_AddItem_m9B0E44F1C2 + 380\n"
-      "3  UnityFramework  0x0000000109a4a1d0 Game_Tick_m9B0E44F1C2 + 380\n";
-  std::string build2 =
-      "Crashed: com.apple.main-thread\nEXC_BAD_ACCESS KERN_INVALID_ADDRESS 0x0000000000000020\n"
-      "0  UnityFramework  0x00000001052c13a0 InventorySlot_Refresh_mA1B2C3D4E5 + 52\n"
-      "1  UnityFramework  0x00000001052c02e4 InventoryPanel_OnItemAdded_m0F1E2D3C4B + 208\n"
-      "2  UnityFramework  0x00000001052b01c0 Inventory_AddItem_m5A6B7C8D9E + 376\n"
-      "3  UnityFramework  0x00000001052b01c0 Other_Tick_m5A6B7C8D9E + 376\n";
-  std::string signature = crashSignature(parser.parse(build1));
-  EXPECT_EQ(signature, "v1|EXC_BAD_ACCESS|InventorySlot_Refresh|InventoryPanel_OnItemAdded|Inventory_AddItem");
-  EXPECT_EQ(crashSignature(parser.parse(build2)), signature);
-
-  std::string java1 = "java.lang.NullPointerException: x\n\tat com.game.Shop.open(Shop.kt:12)\n"
-                      "\tat com.game.Shop$1.run(Shop.kt:40)\n\tat android.os.Handler.handleCallback(Handler.java:938)\n";
-  std::string java2 = "java.lang.NullPointerException: y\n\tat com.game.Shop.open(Shop.kt:14)\n"
-                      "\tat com.game.Shop$3.run(Shop.kt:44)\n\tat android.os.Handler.handleCallback(Handler.java:958)\n";
-  EXPECT_EQ(crashSignature(parser.parse(java1)), crashSignature(parser.parse(java2)));
-  EXPECT_EQ(crashSignature(parser.parse(java1)), "v1|java.lang.NullPointerException|com.game.Shop.open|com.game.Shop$anon.run");
-}
-
-TEST(CrashSignature, DiffersWhenTheExceptionOrTheAppCodeDiffers) {
-  StackTraceParser parser;
-  std::string base = "NullReferenceException: x\nGame.Shop.Open () (at Assets/Shop.cs:3)\n";
-  std::string otherType = "ArgumentException: x\nGame.Shop.Open () (at Assets/Shop.cs:3)\n";
-  std::string otherFrame = "NullReferenceException: x\nGame.Shop.Close () (at Assets/Shop.cs:3)\n";
-  std::string signature = crashSignature(parser.parse(base));
-  EXPECT_NE(crashSignature(parser.parse(otherType)), signature);
-  EXPECT_NE(crashSignature(parser.parse(otherFrame)), signature);
-}
-
-TEST(CrashSignature, FallsBackToSystemFramesThenToWords) {
-  StackTraceParser parser;
-  EXPECT_EQ(crashSignature(parser.parse("signal 11 (SIGSEGV)\n#00 pc 0001  /system/lib64/libc.so (abort+12)\n"
-                                        "#01 pc 0002  /system/lib64/libc.so\n")),
-            "v1|SIGSEGV|abort|libc.so");
-  EXPECT_EQ(crashSignature(parser.parse("Abort message: 'Check failed: slot 12 at 0x7f001234 (id {a-b})'")),
-            "v1|SIGABRT|'Check failed: slot # at # (id #)'");
-  EXPECT_EQ(crashSignature(parser.parse("\n  The game froze on level 3.\nThen it closed.")),
-            "v1|Crash|The game froze on level #.");
-  EXPECT_EQ(crashSignature(parser.parse("")), "v1|Crash");
+  for (const auto& [trace, signature] : cases) EXPECT_EQ(crashSignature(parser.parse(trace)), signature) << trace;
 }
 
 }  // namespace
