@@ -1,6 +1,7 @@
 // The Claude API engine against a loopback fake Anthropic server replaying recorded event
 // streams and error bodies: the request as the server received it, the progress lines, the
-// decoded answer, the usage, the ledger entry and the exact failure texts.
+// usage, the ledger entry and the exact failure texts. Whole runs through the binary are in
+// tests/cli/analyze_claude_api_test.cpp.
 #include "ai/ai_error.h"
 #include "ai/analysis_schema.h"
 #include "ai/analysis_stream.h"
@@ -11,7 +12,6 @@
 #include "base/json.h"
 #include "base/secrets.h"
 #include "base/settings.h"
-#include "cost/budget.h"
 #include "cost/cost_ledger.h"
 #include "support/fake_server.h"
 #include "support/test_support.h"
@@ -57,13 +57,29 @@ protected:
     server.respond("POST", "/v1/messages",
                    recordedEventStream(fixture("anthropic/" + fixtureName)));
   }
+
+  // The text of the AIError or HTTPError that `call` throws.
+  template <typename Call> static std::string failureOf(Call&& call) {
+    try {
+      call();
+    } catch (const AIError& e) {
+      return e.what();
+    } catch (const base::HTTPError& e) {
+      return e.what();
+    }
+    return "(no error)";
+  }
 };
 
-TEST_F(ClaudeAPI, SendsOneStreamedRequestWithTheSchemaVerbatimAndTheImages) {
+TEST_F(ClaudeAPI, SendsOneStreamedRequestAndDecodesMetersAndRecordsItsAnswer) {
   replay("derived_fix_analysis_with_thinking.sse");
-  std::vector<ai::LoadedImage> images = {{"Inventory screen", "iVBORw0KGgo=", 8, "image/png"},
-                                         {"Frame at 0:03", "/9j/4AAQ", 6, ""}};
-  provider().analyzeLoaded(prompt(), images);
+  auto png = home.write("shots/menu.png", std::string("\x89PNG\r\n\x1a\n\0\0", 10));
+  home.write("shots/frame 1.bin", "\xFF\xD8\xFF\xE0rest");
+  auto unknown = home.write("shots/notes.dat", "abc");
+  auto p = provider();
+  auto analysis = p.analyze(prompt(), {{"file://" + png.string(), "Menu"},
+                                       {"file://" + home.path().string() + "/shots/frame%201.bin", "Frame"},
+                                       {unknown.string(), "Unknown"}});
 
   auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);
@@ -78,7 +94,6 @@ TEST_F(ClaudeAPI, SendsOneStreamedRequestWithTheSchemaVerbatimAndTheImages) {
   // The schema text goes out as it stands, layout and key order included.
   EXPECT_NE(r.body.find(R"("schema":)" + std::string(ai::fixAnalysisSchema())), std::string::npos);
   EXPECT_EQ(r.body.find("__QUILLORA_SCHEMA__"), std::string::npos);
-  Json body = Json::parse(r.body);
   Json expected = Json::parse(R"({
     "model": "claude-opus-5-5",
     "max_tokens": 32000,
@@ -86,33 +101,20 @@ TEST_F(ClaudeAPI, SendsOneStreamedRequestWithTheSchemaVerbatimAndTheImages) {
     "system": "You analyse crashes.\n\n# Quillora output contract",
     "messages": [{"role": "user", "content": [
       {"type": "text", "text": "Analyze this production crash and propose a fix.\n\n<crash_summary>\nNRE"},
-      {"type": "image", "source": {"type": "base64", "media_type": "image/png", "data": "iVBORw0KGgo="}},
-      {"type": "image", "source": {"type": "base64", "media_type": "image/jpeg", "data": "/9j/4AAQ"}}
+      {"type": "image", "source": {"type": "base64", "media_type": "image/png", "data": "iVBORw0KGgoAAA=="}},
+      {"type": "image", "source": {"type": "base64", "media_type": "image/jpeg", "data": "/9j/4HJlc3Q="}},
+      {"type": "image", "source": {"type": "base64", "media_type": "image/jpeg", "data": "YWJj"}}
     ]}],
     "output_config": {"format": {"type": "json_schema", "schema": null}}
   })");
   expected["output_config"]["format"]["schema"] = Json::parse(ai::fixAnalysisSchema());
-  EXPECT_EQ(body, expected);
-}
-
-TEST_F(ClaudeAPI, DecodesAStreamedAnalysisWithProgressUsageAndLedgerEntry) {
-  replay("derived_fix_analysis_with_thinking.sse");
-  auto p = provider();
-  auto analysis = p.analyze(prompt(), {});
+  EXPECT_EQ(Json::parse(r.body), expected);
+  EXPECT_EQ(ai::imageMimeType(std::string_view("RIFF\x10\0\0\0WEBPVP8 ", 16), "x"), "image/webp");
+  EXPECT_EQ(ai::imageMimeType("", "A.JPEG"), "image/jpeg");
 
   EXPECT_EQ(analysis.title,
             "NullReferenceException in `InventoryPanel.Refresh()` when the save has no items");
-  EXPECT_EQ(analysis.severity, "high");
-  EXPECT_EQ(analysis.confidence, "medium");
-  ASSERT_EQ(analysis.rootCauseCode.size(), 1u);
-  EXPECT_EQ(analysis.rootCauseCode[0].crashLine, 43);
-  ASSERT_EQ(analysis.codeChanges.size(), 1u);
-  EXPECT_EQ(analysis.codeChanges[0].after,
-            "void Refresh()\n{\n    var count = save.Items?.Count ?? 0;");
-  EXPECT_EQ(analysis.affectedFiles,
-            std::vector<std::string>{"Assets/Scripts/UI/InventoryPanel.cs"});
   EXPECT_EQ(analysis.patch.rfind("diff --git a/Assets/Scripts/UI/InventoryPanel.cs", 0), 0u);
-
   // Two thinking blocks, one thinking line.
   EXPECT_EQ(progress, (std::vector<std::string>{
                           "Claude API is thinking through the crash…",
@@ -139,295 +141,167 @@ TEST_F(ClaudeAPI, DecodesAStreamedAnalysisWithProgressUsageAndLedgerEntry) {
   EXPECT_EQ(usage.cacheReadTokens, 3000);
   EXPECT_EQ(usage.cacheWriteTokens, 200);
   EXPECT_GT(usage.duration, 0.0);
-  auto shared = meter->usage("claude-api", "claude-opus-5-5", 1.0);
-  ASSERT_TRUE(shared);
-  EXPECT_EQ(shared->outputTokens, 452);
+  EXPECT_EQ(meter->usage("claude-api", "claude-opus-5-5", 1.0).value().outputTokens, 452);
 
   auto entries = ledger->entries();
   ASSERT_EQ(entries.size(), 1u);
   EXPECT_EQ(entries[0].kind, "analysis");
   EXPECT_FALSE(entries[0].failed);
   EXPECT_EQ(entries[0].usage, usage);
-  ASSERT_TRUE(entries[0].costUSD);
   // 1520 × $4 + 452 × $20 + 3000 × $0.2 + 200 × $5 per million tokens.
-  EXPECT_NEAR(*entries[0].costUSD, 0.01672, 1e-12);
+  EXPECT_NEAR(entries[0].costUSD.value(), 0.01672, 1e-12);
+
+  // A picture that can't be read stops the call before anything is sent.
+  auto missing = home.path() / "shots" / "gone.png";
+  EXPECT_EQ(failureOf([&] { provider().analyze(prompt(), {{missing.string(), "Gone"}}); }),
+            "Couldn't read the picture " + missing.string() + ": No such file or directory.");
+  EXPECT_EQ(server.requests().size(), 1u);
+  EXPECT_EQ(ledger->entries().size(), 1u);
 }
 
-struct StreamCase {
-  std::string name;
-  std::string fixture; // a file under tests/fixtures/anthropic, or "" for `body`
-  std::string body;
-  std::string message;
-  AIError::Case errorCase;
-  std::vector<std::string> progress;
-  long long inputTokens;
-  long long outputTokens;
-};
+// A stream built from a file under tests/fixtures/anthropic or given as it is sent.
+FakeResponse eventStream(const std::string& source) {
+  if (source.find("data:") == std::string::npos)
+    return recordedEventStream(fixture("anthropic/" + source));
+  FakeResponse response;
+  response.contentType = "text/event-stream";
+  response.chunked = true;
+  response.body = source;
+  return response;
+}
 
-TEST_F(ClaudeAPI, RecordedStreamsThatYieldNoAnalysisFailWithTheirTextsAndAreStillRecorded) {
+TEST_F(ClaudeAPI, AnswersThatYieldNoAnalysisFailWithTheTextsOfTheFailureTableAndAreRecorded) {
   const std::string writing = "Claude API is writing the analysis";
-  const std::string thinking = "Claude API is thinking through the crash…";
-  const std::vector<StreamCase> cases = {
-      {"prose answer",
-       "sdkpy_basic_response.sse",
-       "",
-       "Couldn't read the AI's response: not JSON",
-       AIError::Case::badResponse,
-       {writing},
-       11,
-       6},
-      {"thinking, then prose",
-       "prism_stream_extended_thinking.sse",
-       "",
-       "Couldn't read the AI's response: not JSON",
-       AIError::Case::badResponse,
-       {thinking, writing},
-       50,
-       452},
-      {"JSON of another shape",
-       "vercel_json_output_format.chunks.jsonl",
-       "",
-       "Couldn't read the AI's response: not JSON",
-       AIError::Case::badResponse,
-       {writing},
-       313,
-       305},
-      {"error event mid-stream",
-       "issue_litellm4562_midstream_api_error.sse",
-       "",
-       "Claude API error: Internal server error",
-       AIError::Case::http,
-       {writing},
-       0,
-       0},
-      {"refusal",
-       "sdkpy_refusal_response.sse",
-       "",
-       "Claude declined to answer this request.",
-       AIError::Case::refusal,
-       {},
-       20,
-       0},
-      {"refusal without content",
-       "vercel_refusal.chunks.jsonl",
-       "",
-       "Claude declined to answer this request.",
-       AIError::Case::refusal,
-       {},
-       18,
-       5},
-      {"max tokens with complete JSON",
-       "derived_max_tokens.chunks.jsonl",
-       "",
-       "The response was cut off before it finished. Try again, pick a larger model, or use "
-       "Claude Code mode for large fixes.",
-       AIError::Case::truncated,
-       {writing},
-       313,
-       305},
-      {"context window exceeded",
-       "",
-       "data: {\"type\":\"message_start\",\"message\":{\"usage\":{\"input_tokens\":7}}}\n"
-       "data: {\"type\":\"content_block_delta\",\"delta\":{\"type\":\"text_delta\","
-       "\"text\":\"{\\\"title\\\":\\\"x\\\"}\"}}\n"
-       "data: {\"type\":\"message_delta\",\"delta\":{\"stop_reason\":"
-       "\"model_context_window_exceeded\"},\"usage\":{\"output_tokens\":3}}\n",
-       "The response was cut off before it finished. Try again, pick a larger model, or use "
-       "Claude Code mode for large fixes.",
-       AIError::Case::truncated,
-       {writing, "Title: x"},
-       7,
-       3},
-      {"no text at all",
-       "",
-       "data: {\"type\":\"message_start\",\"message\":{\"usage\":{\"input_tokens\":9,"
-       "\"output_tokens\":1}}}\n\n"
-       "data: {\"type\":\"message_delta\",\"delta\":{\"stop_reason\":\"end_turn\"},"
-       "\"usage\":{\"output_tokens\":2}}\n\n",
-       "Couldn't read the AI's response: empty response",
-       AIError::Case::badResponse,
-       {},
-       9,
-       2},
-      {"error event without a message",
-       "",
-       "event: error\ndata: {\"type\":\"error\",\"error\":{\"type\":\"overloaded_error\"}}\n\n",
-       "Claude API error: stream error",
-       AIError::Case::http,
-       {},
-       0,
-       0},
-      {"lines after [DONE] and unparsable data lines are ignored",
-       "",
-       "data: not json at all\n"
-       ": a comment line\n"
-       "data:{\"type\":\"content_block_delta\",\"delta\":{\"type\":\"text_delta\",\"text\":\"Hi\"}}"
-       "\n"
-       "data: [DONE]\n"
-       "data: {\"type\":\"error\",\"error\":{\"message\":\"after the end\"}}\n",
-       "Couldn't read the AI's response: not JSON",
-       AIError::Case::badResponse,
-       {writing},
-       0,
-       0},
+  const std::string notJSON = "Couldn't read the AI's response: not JSON";
+  const std::string cutOff = "The response was cut off before it finished. Try again, pick a "
+                             "larger model, or use Claude Code mode for large fixes.";
+  const std::string checkKey = "Check the API key in Settings → AI.";
+  FakeResponse html = jsonResponse(502, "<html><body>502 Bad Gateway</body></html>");
+  html.contentType = "text/html";
+  struct Case {
+    FakeResponse response;
+    std::string message;
+    AIError::Case errorCase;
+    int status;
+    std::vector<std::string> progress;
+    long long inputTokens, outputTokens;
+  };
+  using enum AIError::Case;
+  const std::vector<Case> cases = {
+      {eventStream("sdkpy_basic_response.sse"), notJSON, badResponse, 0, {writing}, 11, 6},
+      {eventStream("issue_litellm4562_midstream_api_error.sse"),
+       "Claude API error: Internal server error", http, 0, {writing}, 0, 0},
+      {eventStream("sdkpy_refusal_response.sse"), "Claude declined to answer this request.",
+       refusal, 0, {}, 20, 0},
+      // A refusal without any content is still a refusal, not an empty answer.
+      {eventStream("vercel_refusal.chunks.jsonl"), "Claude declined to answer this request.",
+       refusal, 0, {}, 18, 5},
+      // Complete JSON that stopped at max_tokens is not trusted.
+      {eventStream("derived_max_tokens.chunks.jsonl"), cutOff, truncated, 0, {writing}, 313, 305},
+      {eventStream(
+           "data: {\"type\":\"message_start\",\"message\":{\"usage\":{\"input_tokens\":7}}}\n"
+           "data: {\"type\":\"content_block_delta\",\"delta\":{\"type\":\"text_delta\","
+           "\"text\":\"{\\\"title\\\":\\\"x\\\"}\"}}\n"
+           "data: {\"type\":\"message_delta\",\"delta\":{\"stop_reason\":"
+           "\"model_context_window_exceeded\"},\"usage\":{\"output_tokens\":3}}\n"),
+       cutOff, truncated, 0, {writing, "Title: x"}, 7, 3},
+      {eventStream("data: {\"type\":\"message_start\",\"message\":{\"usage\":{\"input_tokens\":9,"
+                   "\"output_tokens\":1}}}\n\n"
+                   "data: {\"type\":\"message_delta\",\"delta\":{\"stop_reason\":\"end_turn\"},"
+                   "\"usage\":{\"output_tokens\":2}}\n\n"),
+       "Couldn't read the AI's response: empty response", badResponse, 0, {}, 9, 2},
+      {eventStream("event: error\ndata: {\"type\":\"error\",\"error\":{\"type\":\"overloaded_error\"}}\n\n"),
+       "Claude API error: stream error", http, 0, {}, 0, 0},
+      // Unparsable data lines and everything after [DONE] are ignored.
+      {eventStream("data: not json at all\n: a comment line\n"
+                   "data:{\"type\":\"content_block_delta\",\"delta\":{\"type\":\"text_delta\","
+                   "\"text\":\"Hi\"}}\ndata: [DONE]\n"
+                   "data: {\"type\":\"error\",\"error\":{\"message\":\"after the end\"}}\n"),
+       notJSON, badResponse, 0, {writing}, 0, 0},
+      {jsonResponse(401, R"({"type":"error","error":{"type":"authentication_error","message":"invalid x-api-key"}})"),
+       checkKey, http, 401, {}, 0, 0},
+      {jsonResponse(403, R"({"type":"error","error":{"type":"permission_error","message":"no access"}})"),
+       checkKey, http, 403, {}, 0, 0},
+      {jsonResponse(404, R"({"type":"error","error":{"type":"not_found_error","message":"model: claude-x"}})"),
+       "Check the model name in Settings → AI.", http, 404, {}, 0, 0},
+      {jsonResponse(429, R"({"type":"error","error":{"type":"rate_limit_error","message":"slow down"}})"),
+       "You've hit a rate limit or run out of credit; wait a bit or check your plan.", http, 429,
+       {}, 0, 0},
+      {jsonResponse(400, readText(fixture("anthropic/issue_aibridge56_http400_prompt_too_long.json"))),
+       "Anthropic error 400: prompt is too long: 205351 tokens > 200000 maximum", http, 400, {}, 0, 0},
+      {jsonResponse(529, R"({"type":"error","error":{"details":null,"type":"overloaded_error","message":"Overloaded"},"request_id":"req_011Ce3HwQb6vtbs9LQVmh4oe"})"),
+       "Anthropic error 529: Overloaded", http, 529, {}, 0, 0},
+      {html, "Anthropic error 502: no details", http, 502, {}, 0, 0},
+      {jsonResponse(500, R"({"type":"error"})"), "Anthropic error 500: no details", http, 500, {}, 0, 0},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.message);
     FakeServer caseServer;
-    if (!c.fixture.empty()) {
-      caseServer.respond("POST", "/v1/messages",
-                         recordedEventStream(fixture("anthropic/" + c.fixture)));
-    } else {
-      FakeResponse response;
-      response.contentType = "text/event-stream";
-      response.chunked = true;
-      response.body = c.body;
-      caseServer.respond("POST", "/v1/messages", response);
-    }
+    caseServer.respond("POST", "/v1/messages", c.response);
     progress.clear();
     auto before = ledger->entries().size();
     auto p = provider(caseServer.url());
     try {
       p.analyze(prompt(), {});
-      ADD_FAILURE() << c.name << ": no error";
+      ADD_FAILURE() << "no error";
     } catch (const AIError& e) {
-      EXPECT_EQ(e.what(), c.message) << c.name;
-      EXPECT_EQ(e.errorCase(), c.errorCase) << c.name;
-      EXPECT_EQ(e.status(), 0) << c.name;
-    }
-    EXPECT_EQ(progress, c.progress) << c.name;
-    ASSERT_TRUE(p.lastCall()) << c.name;
-    EXPECT_TRUE(p.lastCall()->failed) << c.name;
-    EXPECT_EQ(p.lastCall()->usage.inputTokens, c.inputTokens) << c.name;
-    EXPECT_EQ(p.lastCall()->usage.outputTokens, c.outputTokens) << c.name;
-    auto entries = ledger->entries();
-    ASSERT_EQ(entries.size(), before + 1) << c.name;
-    EXPECT_TRUE(entries.back().failed) << c.name;
-    EXPECT_EQ(entries.back().usage.inputTokens, c.inputTokens) << c.name;
-  }
-}
-
-TEST_F(ClaudeAPI, ErrorStatusesGiveTheTextsOfTheFailureTable) {
-  struct Case {
-    int status;
-    std::string body;
-    std::string message;
-  };
-  const std::vector<Case> cases = {
-      {401,
-       R"({"type":"error","error":{"type":"authentication_error","message":"invalid x-api-key"}})",
-       "Check the API key in Settings → AI."},
-      {403, R"({"type":"error","error":{"type":"permission_error","message":"no access"}})",
-       "Check the API key in Settings → AI."},
-      {404, R"({"type":"error","error":{"type":"not_found_error","message":"model: claude-x"}})",
-       "Check the model name in Settings → AI."},
-      {429, R"({"type":"error","error":{"type":"rate_limit_error","message":"slow down"}})",
-       "You've hit a rate limit or run out of credit; wait a bit or check your plan."},
-      {400, readText(fixture("anthropic/issue_aibridge56_http400_prompt_too_long.json")),
-       "Anthropic error 400: prompt is too long: 205351 tokens > 200000 maximum"},
-      {529,
-       R"({"type":"error","error":{"details":null,"type":"overloaded_error","message":"Overloaded"},"request_id":"req_011Ce3HwQb6vtbs9LQVmh4oe"})",
-       "Anthropic error 529: Overloaded"},
-      {502, "<html><body>502 Bad Gateway</body></html>", "Anthropic error 502: no details"},
-      {500, R"({"type":"error"})", "Anthropic error 500: no details"},
-  };
-  for (const auto& c : cases) {
-    FakeServer caseServer;
-    FakeResponse response = jsonResponse(c.status, c.body);
-    if (c.body.front() == '<') response.contentType = "text/html";
-    caseServer.respond("POST", "/v1/messages", response);
-    auto before = ledger->entries().size();
-    auto p = provider(caseServer.url());
-    try {
-      p.analyze(prompt(), {});
-      ADD_FAILURE() << c.status << ": no error";
-    } catch (const AIError& e) {
-      EXPECT_EQ(e.what(), c.message) << c.status;
-      EXPECT_EQ(e.errorCase(), AIError::Case::http) << c.status;
+      EXPECT_EQ(e.what(), c.message);
+      EXPECT_EQ(e.errorCase(), c.errorCase);
       EXPECT_EQ(e.status(), c.status);
     }
-    EXPECT_TRUE(progress.empty()) << c.status;
+    EXPECT_EQ(progress, c.progress);
+    ASSERT_TRUE(p.lastCall());
+    EXPECT_TRUE(p.lastCall()->failed);
+    EXPECT_EQ(p.lastCall()->usage.inputTokens, c.inputTokens);
+    EXPECT_EQ(p.lastCall()->usage.outputTokens, c.outputTokens);
     auto entries = ledger->entries();
-    ASSERT_EQ(entries.size(), before + 1) << c.status;
+    ASSERT_EQ(entries.size(), before + 1);
     EXPECT_TRUE(entries.back().failed);
-    EXPECT_EQ(entries.back().usage.totalTokens(), 0);
+    EXPECT_EQ(entries.back().usage.inputTokens, c.inputTokens);
   }
 }
 
+// The binary's tests see the text and the ledger line; the tokens counted so far are seen here.
 TEST_F(ClaudeAPI, ABrokenTransferIsAFailedCallWithTheTokensSoFar) {
   FakeResponse cut =
       recordedEventStream(fixture("anthropic/derived_fix_analysis_with_thinking.sse"));
   cut.cutOffAfter = cut.body.find("event: content_block_start");
   server.respond("POST", "/v1/messages", cut);
   auto p = provider();
-  try {
-    p.analyze(prompt(), {});
-    FAIL() << "no error";
-  } catch (const base::HTTPError& e) {
-    EXPECT_STREQ(
-        e.what(),
-        "Couldn't reach 127.0.0.1: the connection closed before the response was complete");
-  }
+  EXPECT_EQ(failureOf([&] { p.analyze(prompt(), {}); }),
+            "Couldn't reach 127.0.0.1: the connection closed before the response was complete");
   ASSERT_TRUE(p.lastCall());
   EXPECT_TRUE(p.lastCall()->failed);
   EXPECT_EQ(p.lastCall()->usage.inputTokens, 1520);
   ASSERT_EQ(ledger->entries().size(), 1u);
   EXPECT_TRUE(ledger->entries()[0].failed);
-
-  FakeServer stalling;
-  FakeResponse stall = recordedEventStream(fixture("anthropic/sdkpy_basic_response.sse"));
-  stall.stallAfter = stall.body.find("event: message_delta");
-  stalling.respond("POST", "/v1/messages", stall);
-  auto slow = provider(stalling.url());
-  slow.stallTimeout = std::chrono::seconds(1);
-  try {
-    slow.analyze(prompt(), {});
-    FAIL() << "no error";
-  } catch (const base::HTTPError& e) {
-    EXPECT_STREQ(e.what(), "Couldn't reach 127.0.0.1: the server sent nothing for 1 second");
-  }
-  EXPECT_EQ(ledger->entries().size(), 2u);
 }
 
 TEST_F(ClaudeAPI, NothingIsSentOrRecordedWhenTheRequestCantGoOut) {
   auto p = provider();
   auto bad = prompt();
   bad.schema = "{\"type\": \"object\",";
-  try {
-    p.analyze(bad, {});
-    FAIL() << "no error";
-  } catch (const AIError& e) {
-    EXPECT_STREQ(e.what(), "The JSON schema for this request isn't valid JSON.");
-  }
-
-  auto insecure = provider("http://api.example.com");
-  try {
-    insecure.analyze(prompt(), {});
-    FAIL() << "no error";
-  } catch (const base::HTTPError& e) {
-    EXPECT_STREQ(e.what(),
-                 "Refusing to send an API key to api.example.com over plain http; use an https "
-                 "address (only loopback addresses may use http).");
+  EXPECT_EQ(failureOf([&] { p.analyze(bad, {}); }),
+            "The JSON schema for this request isn't valid JSON.");
+  EXPECT_EQ(failureOf([&] { provider("http://api.example.com").analyze(prompt(), {}); }),
+            "Refusing to send an API key to api.example.com over plain http; use an https "
+            "address (only loopback addresses may use http).");
+  for (const std::string key : {"", "  \n"}) {
+    try {
+      ClaudeAPIProvider(key, "claude-opus-5-5", 32000, nullptr, meter, server.url());
+      ADD_FAILURE() << "no error";
+    } catch (const AIError& e) {
+      EXPECT_STREQ(e.what(), "Add your Anthropic API key in Settings → AI, or pick another "
+                             "engine in the toolbar.");
+      EXPECT_EQ(e.errorCase(), AIError::Case::missingAPIKey);
+    }
   }
   EXPECT_TRUE(server.requests().empty());
   EXPECT_TRUE(ledger->entries().empty());
   EXPECT_FALSE(p.lastCall());
 }
 
-TEST_F(ClaudeAPI, AMissingKeyFailsConstruction) {
-  const std::string text =
-      "Add your Anthropic API key in Settings → AI, or pick another engine in the toolbar.";
-  for (const std::string key : {"", "  \n"}) {
-    try {
-      ClaudeAPIProvider(key, "claude-opus-5-5", 32000, nullptr, meter, server.url());
-      FAIL() << "no error";
-    } catch (const AIError& e) {
-      EXPECT_EQ(e.what(), text);
-      EXPECT_EQ(e.errorCase(), AIError::Case::missingAPIKey);
-    }
-  }
-}
-
-TEST_F(ClaudeAPI, FromSettingsTakesKeyModelAndHostFromTheConfiguration) {
+TEST_F(ClaudeAPI, TheRegistryTakesKeyModelAndHostFromTheSettings) {
   base::setSecretsFromEnvironment(false);
   std::optional<std::string> stored;
   base::setPlatformSecretLookup([&](std::string_view account) -> std::optional<std::string> {
@@ -435,14 +309,19 @@ TEST_F(ClaudeAPI, FromSettingsTakesKeyModelAndHostFromTheConfiguration) {
   });
   base::Settings::shared().reset(
       {{"anthropicBaseURL", server.url() + "/"}, {"apiModel", "claude-sonnet-5-5"}});
-  EXPECT_THROW(ClaudeAPIProvider::fromSettings("", nullptr, meter), AIError);
+  replay("derived_fix_analysis_with_thinking.sse");
+  ai::EngineOptions options;
+  options.progress = [this](const std::string& line) { progress.push_back(line); };
+  options.usageMeter = meter;
+  options.recording.ledger = ledger;
+  options.recording.kind = "triage";
+  EXPECT_THROW(ai::makeEngine(ai::AIBackend::claudeAPI, options), AIError);
 
   stored = "sk-ant-from-store";
-  replay("derived_fix_analysis_with_thinking.sse");
-  auto p = ClaudeAPIProvider::fromSettings("", nullptr, meter);
-  EXPECT_EQ(p.maxTokens(), 32000);
-  p.recording.prices = cost::PriceTable();
-  p.analyze(prompt(), {});
+  auto engine = ai::makeEngine(ai::AIBackend::claudeAPI, options);
+  engine->analyze(prompt(), {});
+  options.model = "claude-haiku-5-5";
+  EXPECT_EQ(ai::makeEngine(ai::AIBackend::claudeAPI, options)->modelName(), "claude-haiku-5-5");
   base::Settings::shared().reset();
   base::setPlatformSecretLookup(nullptr);
 
@@ -450,90 +329,13 @@ TEST_F(ClaudeAPI, FromSettingsTakesKeyModelAndHostFromTheConfiguration) {
   ASSERT_EQ(requests.size(), 1u);
   EXPECT_EQ(requests[0].target, "/v1/messages");
   EXPECT_EQ(requests[0].header("x-api-key"), "sk-ant-from-store");
-  EXPECT_EQ(Json::parse(requests[0].body)["model"], "claude-sonnet-5-5");
-  EXPECT_EQ(p.lastCall()->usage.model, "claude-sonnet-5-5");
-}
-
-TEST_F(ClaudeAPI, PicturesAreReadFromTheirFilesInOrder) {
-  replay("derived_fix_analysis_with_thinking.sse");
-  auto png = home.write("shots/menu.png", std::string("\x89PNG\r\n\x1a\n\0\0", 10));
-  auto jpeg = home.write("shots/frame 1.bin", "\xFF\xD8\xFF\xE0rest");
-  auto unknown = home.write("shots/notes.dat", "abc");
-  provider().analyze(prompt(),
-                     {{"file://" + png.string(), "Menu"},
-                      {"file://" + home.path().string() + "/shots/frame%201.bin", "Frame"},
-                      {unknown.string(), "Unknown"}});
-  auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 1u);
-  Json content = Json::parse(requests[0].body)["messages"][0]["content"];
-  ASSERT_EQ(content.size(), 4u);
-  EXPECT_EQ(content[1]["source"],
-            Json({{"type", "base64"}, {"media_type", "image/png"}, {"data", "iVBORw0KGgoAAA=="}}));
-  EXPECT_EQ(content[2]["source"]["media_type"], "image/jpeg");
-  EXPECT_EQ(content[2]["source"]["data"], "/9j/4HJlc3Q=");
-  EXPECT_EQ(content[3]["source"]["media_type"], "image/jpeg"); // unknown type
-  EXPECT_EQ(content[3]["source"]["data"], "YWJj");
-
-  auto missing = home.path() / "shots" / "gone.png";
-  try {
-    provider().analyze(prompt(), {{missing.string(), "Gone"}});
-    FAIL() << "no error";
-  } catch (const AIError& e) {
-    EXPECT_EQ(e.what(),
-              "Couldn't read the picture " + missing.string() + ": No such file or directory.");
-  }
-  EXPECT_EQ(server.requests().size(), 1u);
-  EXPECT_EQ(ai::imageMimeType(std::string_view("RIFF\x10\0\0\0WEBPVP8 ", 16), "x"), "image/webp");
-  EXPECT_EQ(ai::imageMimeType("", "A.JPEG"), "image/jpeg");
-}
-
-TEST_F(ClaudeAPI, ABlockingBudgetStopsTheCallBeforeAnythingIsSent) {
-  cost::AnalysisUsage spent;
-  spent.backend = "claude-api";
-  spent.model = "claude-opus-5-5";
-  spent.outputTokens = 100'000; // $2.00
-  ledger->record(spent, "analysis", std::nullopt, false, cost::PriceTable());
-  replay("derived_fix_analysis_with_thinking.sse");
-  std::vector<std::string> warnings;
-
-  base::Settings::shared().reset({{"cost.monthlyBudget", 1.5}, {"cost.budgetMode", "block"}});
-  auto p = provider();
-  p.warning = [&](const std::string& line) { warnings.push_back(line); };
-  EXPECT_THROW(p.analyze(prompt(), {}), cost::BudgetError);
-  EXPECT_TRUE(server.requests().empty());
-  EXPECT_EQ(ledger->entries().size(), 1u);
-
-  base::Settings::shared().reset({{"cost.monthlyBudget", 2.4}, {"cost.budgetMode", "warn"}});
-  p.analyze(prompt(), {});
-  base::Settings::shared().reset();
-  EXPECT_EQ(server.requests().size(), 1u);
-  EXPECT_EQ(warnings, std::vector<std::string>{"83% of this month's $2.40 AI budget is used."});
-  EXPECT_EQ(ledger->entries().size(), 2u);
-}
-
-TEST_F(ClaudeAPI, TheRegistryBuildsTheEngineFromTheSettings) {
-  base::setSecretsFromEnvironment(false);
-  base::setPlatformSecretLookup([](std::string_view) { return std::string("sk-ant-registry"); });
-  base::Settings::shared().reset({{"anthropicBaseURL", server.url()}});
-  replay("derived_fix_analysis_with_thinking.sse");
-  ai::EngineOptions options;
-  options.model = "claude-haiku-5-5";
-  options.progress = [this](const std::string& line) { progress.push_back(line); };
-  options.usageMeter = meter;
-  options.recording.ledger = ledger;
-  options.recording.kind = "triage";
-  auto engine = ai::makeEngine(ai::AIBackend::claudeAPI, options);
-  EXPECT_EQ(engine->backend(), ai::AIBackend::claudeAPI);
-  EXPECT_EQ(engine->modelName(), "claude-haiku-5-5");
-  engine->analyze(prompt(), {});
-  base::Settings::shared().reset();
-  base::setPlatformSecretLookup(nullptr);
-
-  EXPECT_EQ(server.requests().at(0).header("x-api-key"), "sk-ant-registry");
+  Json body = Json::parse(requests[0].body);
+  EXPECT_EQ(body["model"], "claude-sonnet-5-5");
+  EXPECT_EQ(body["max_tokens"], 32000);
   EXPECT_EQ(progress.size(), 11u);
   ASSERT_EQ(ledger->entries().size(), 1u);
   EXPECT_EQ(ledger->entries()[0].kind, "triage");
-  EXPECT_EQ(ledger->entries()[0].usage.model, "claude-haiku-5-5");
+  EXPECT_EQ(ledger->entries()[0].usage.model, "claude-sonnet-5-5");
 }
 
 TEST_F(ClaudeAPI, ListsModelsOldestFirst) {
@@ -549,7 +351,6 @@ TEST_F(ClaudeAPI, ListsModelsOldestFirst) {
             (std::vector<std::string>{"claude-haiku-5-5", "claude-sonnet-5-5", "claude-opus-5-5"}));
   auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);
-  EXPECT_EQ(requests[0].method, "GET");
   EXPECT_EQ(requests[0].target, "/v1/models?limit=100");
   EXPECT_EQ(requests[0].header("x-api-key"), "sk-ant-test-key");
   EXPECT_EQ(requests[0].header("anthropic-version"), "2023-06-01");
@@ -558,12 +359,8 @@ TEST_F(ClaudeAPI, ListsModelsOldestFirst) {
   refusing.respond(
       "GET", "/v1/models",
       jsonResponse(401, R"({"type":"error","error":{"message":"invalid x-api-key"}})"));
-  try {
-    provider(refusing.url()).listModels();
-    FAIL() << "no error";
-  } catch (const AIError& e) {
-    EXPECT_STREQ(e.what(), "Check the API key in Settings → AI.");
-  }
+  EXPECT_EQ(failureOf([&] { provider(refusing.url()).listModels(); }),
+            "Check the API key in Settings → AI.");
   EXPECT_TRUE(ledger->entries().empty());
 }
 

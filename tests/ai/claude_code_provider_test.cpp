@@ -16,6 +16,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 namespace quillora::ai {
 namespace {
@@ -42,16 +43,9 @@ std::string lines(const std::vector<std::string>& events) {
 
 std::vector<std::string> splitNul(const std::string& text) {
   std::vector<std::string> parts;
-  size_t start = 0;
-  for (size_t at = text.find('\0'); at != std::string::npos; at = text.find('\0', start)) {
-    parts.push_back(text.substr(start, at - start));
-    start = at + 1;
-  }
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, '\0');) parts.push_back(part);
   return parts;
-}
-
-std::string tailOf(const std::string& text, size_t count) {
-  return text.size() <= count ? text : text.substr(text.size() - count);
 }
 
 // Writes an executable fake `claude` at `path`: it keeps its arguments (NUL-separated), working
@@ -60,23 +54,13 @@ std::string tailOf(const std::string& text, size_t count) {
 void writeFakeClaude(const std::filesystem::path& path, const std::filesystem::path& dir,
                      const std::string& ending = "exit 0") {
   std::filesystem::create_directories(path.parent_path());
-  std::string d = dir.string();
-  std::ofstream(path) << "#!/bin/sh\n"
-                      << "dir='" << d << "'\n"
-                      << "printf '%s\\0' \"$@\" > \"$dir/args\"\n"
-                      << "pwd -P > \"$dir/cwd\"\n"
+  std::ofstream(path) << "#!/bin/sh\ndir='" << dir.string() << "'\n"
+                      << "printf '%s\\0' \"$@\" > \"$dir/args\"; pwd -P > \"$dir/cwd\"\n"
                       << "cat > \"$dir/stdin\"\n"
-                      << "prev=''\n"
-                      << "for a in \"$@\"; do\n"
-                      << "  if [ \"$prev\" = --append-system-prompt-file ]; then\n"
-                      << "    stat -c %a \"$a\" > \"$dir/system-mode\"\n"
-                      << "    cp \"$a\" \"$dir/system-text\"\n"
-                      << "    printf '%s' \"$a\" > \"$dir/system-path\"\n"
-                      << "  fi\n"
-                      << "  prev=\"$a\"\n"
-                      << "done\n"
-                      << "cat \"$dir/stream.ndjson\"\n"
-                      << ending << "\n";
+                      << "for a; do\n  if [ \"$prev\" = --append-system-prompt-file ]; then\n"
+                      << "    stat -c %a \"$a\" > \"$dir/system-mode\"; cp \"$a\" \"$dir/system-text\"\n"
+                      << "    printf '%s' \"$a\" > \"$dir/system-path\"\n  fi\n  prev=\"$a\"\ndone\n"
+                      << "cat \"$dir/stream.ndjson\"\n" << ending << "\n";
   std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 }
 
@@ -153,18 +137,25 @@ protected:
 };
 
 TEST_F(ClaudeCodeProviderTest, AnalysisPassesItsArgumentsInOrderAndDecodesTheStructuredOutput) {
-  stream({event("real_system_init.json"), event("derived_assistant_text.json"),
-          event("derived_assistant_read_tools.json"), event("real_assistant_tool_use.json"),
-          event("derived_assistant_structured_output.json"), event("derived_result_structured.json")});
+  stream({event("real_system_init.json"), event("derived_system_api_retry.json"),
+          event("derived_assistant_text.json"), event("derived_assistant_read_tools.json"),
+          event("real_assistant_tool_use.json"), event("derived_assistant_structured_output.json"),
+          event("derived_result_structured.json")});
+  // Pictures outside the repository are made readable by their folder, once.
+  auto outside1 = dir.write("ticket/GAME-142/shot1.png", "png");
+  auto outside2 = dir.write("ticket/GAME-142/frame2.jpg", "jpg");
+  auto inside = dir.write("repo/Docs/known.png", "png");
   auto engine = provider();
   StructuredPrompt p = prompt();
-  FixAnalysis analysis = engine.analyze(p, {});
+  FixAnalysis analysis = engine.analyze(p, {{"file://" + outside1.string(), "Screenshot"},
+                                            {inside.string(), "In the repo"},
+                                            {outside2.string(), "Frame"}});
 
-  std::vector<std::string> expected = {"--output-format", "stream-json", "--verbose", "-p", p.user,
-                                       "--json-schema", p.schema, "--append-system-prompt-file",
-                                       recorded("system-path"), "--tools", "Read,Grep,Glob",
-                                       "--no-session-persistence", "--model", "opus",
-                                       "--permission-mode", "dontAsk"};
+  std::vector<std::string> expected = {
+      "--output-format", "stream-json", "--verbose", "-p", p.user, "--json-schema", p.schema,
+      "--append-system-prompt-file", recorded("system-path"), "--tools", "Read,Grep,Glob",
+      "--no-session-persistence", "--model", "opus", "--permission-mode", "dontAsk", "--add-dir",
+      std::filesystem::canonical(dir.path() / "ticket/GAME-142").string()};
   EXPECT_EQ(arguments(), expected);
   EXPECT_EQ(recorded("cwd"), std::filesystem::canonical(repo).string() + "\n");
   EXPECT_EQ(recorded("system-text"), p.system);
@@ -173,6 +164,7 @@ TEST_F(ClaudeCodeProviderTest, AnalysisPassesItsArgumentsInOrderAndDecodesTheStr
 
   EXPECT_EQ(progress, (std::vector<std::string>{
                           "Claude Code started (claude-opus-4-5-20251101)",
+                          "Retrying after a temporary API error (attempt 1 of 10)",
                           "Claude: I'll look at the crashing frame in PlayerController first.",
                           "Searching for “OnDamage”",
                           "Listing files matching **/PlayerController.cs",
@@ -182,48 +174,41 @@ TEST_F(ClaudeCodeProviderTest, AnalysisPassesItsArgumentsInOrderAndDecodesTheStr
                           "Title: NullReferenceException in PlayerController.OnDamage when health is missing",
                       }));
   EXPECT_EQ(analysis.title, "NullReferenceException in PlayerController.OnDamage when health is missing");
-  EXPECT_EQ(analysis.severity, "high");
-  ASSERT_EQ(analysis.rootCauseCode.size(), 1u);
-  EXPECT_EQ(analysis.rootCauseCode[0].crashLine, 41);
   EXPECT_EQ(analysis.reproSteps, (std::vector<std::string>{"Start a level", "Take damage in the first frame"}));
 
-  // Usage comes from "modelUsage", the cost and duration from the tool itself.
+  // Usage comes from "modelUsage", the model and duration from the tool itself (its cost is
+  // checked through the binary).
   auto entries = ledger->entries();
   ASSERT_EQ(entries.size(), 1u);
-  const cost::CostEntry& entry = entries[0];
-  EXPECT_EQ(entry.kind, "analysis");
-  EXPECT_FALSE(entry.failed);
-  EXPECT_EQ(entry.usage.backend, "claude-code");
-  EXPECT_EQ(entry.usage.model, "claude-opus-4-5-20251101");
-  EXPECT_EQ(entry.usage.inputTokens, 38);
-  EXPECT_EQ(entry.usage.outputTokens, 765);
-  EXPECT_EQ(entry.usage.cacheReadTokens, 28775);
-  EXPECT_EQ(entry.usage.cacheWriteTokens, 31159);
-  EXPECT_EQ(entry.usage.reportedCostUSD, 0.24722425);
-  EXPECT_DOUBLE_EQ(entry.usage.duration, 8.722);
-  EXPECT_EQ(entry.costUSD, 0.24722425);
+  const cost::AnalysisUsage& usage = entries[0].usage;
+  EXPECT_FALSE(entries[0].failed);
+  EXPECT_EQ(usage.model, "claude-opus-4-5-20251101");
+  EXPECT_EQ(usage.inputTokens, 38);
+  EXPECT_EQ(usage.outputTokens, 765);
+  EXPECT_EQ(usage.cacheReadTokens, 28775);
+  EXPECT_EQ(usage.cacheWriteTokens, 31159);
+  EXPECT_DOUBLE_EQ(usage.duration, 8.722);
   ASSERT_TRUE(engine.lastCall());
-  EXPECT_EQ(engine.lastCall()->usage, entry.usage);
+  EXPECT_EQ(engine.lastCall()->usage, usage);
   EXPECT_EQ(meter->recorded(), 1);
-  EXPECT_TRUE(warnings.empty());
 }
 
+// The implement prompt here is too long for one argument, so it goes in on standard input.
 TEST_F(ClaudeCodeProviderTest, ImplementMayEditWithinTheRepositoryAndPassesTheBudgetCap) {
   stream({event("real_system_init.json"), event("derived_assistant_edit_tools.json"),
           event("derived_result_implementation.json")});
   auto engine = provider();
   engine.maxBudgetUSD = 0.5;
-  FixImplementation done = engine.implement("Implement this fix in the repository.", repo, "SYSTEM");
+  std::string userText = "Implement this fix in the repository.\n" + std::string(200 * 1024, 'x');
+  FixImplementation done = engine.implement(userText, repo, "SYSTEM");
 
-  auto args = arguments();
-  ASSERT_EQ(args.size(), 18u);
-  EXPECT_EQ(args[4], "Implement this fix in the repository.");
-  EXPECT_EQ(args[6], fixImplementationSchema());
-  EXPECT_EQ(std::vector<std::string>(args.begin() + 9, args.end()),
-            (std::vector<std::string>{"--tools", "Read,Grep,Glob,Edit,Write",
-                                      "--no-session-persistence", "--model", "opus",
-                                      "--permission-mode", "acceptEdits", "--max-budget-usd",
-                                      "0.50"}));
+  EXPECT_EQ(arguments(), (std::vector<std::string>{
+                             "--output-format", "stream-json", "--verbose", "-p", "--json-schema",
+                             std::string(fixImplementationSchema()), "--append-system-prompt-file",
+                             recorded("system-path"), "--tools", "Read,Grep,Glob,Edit,Write",
+                             "--no-session-persistence", "--model", "opus", "--permission-mode",
+                             "acceptEdits", "--max-budget-usd", "0.50"}));
+  EXPECT_EQ(recorded("stdin"), userText);
   EXPECT_EQ(recorded("system-text"), "SYSTEM");
   expectSystemFileRemoved();
   EXPECT_EQ(progress, (std::vector<std::string>{
@@ -232,89 +217,67 @@ TEST_F(ClaudeCodeProviderTest, ImplementMayEditWithinTheRepositoryAndPassesTheBu
                           "Editing Assets/Scripts/Health.cs",
                           "Writing Assets/Tests/HealthTests.cs",
                       }));
-  EXPECT_EQ(done.summary, "Added a null check before `health` is used.");
   EXPECT_EQ(done.filesChanged, (std::vector<std::string>{"Assets/Scripts/PlayerController.cs"}));
   ASSERT_EQ(ledger->entries().size(), 1u);
   EXPECT_FALSE(ledger->entries()[0].failed);
 }
 
-TEST_F(ClaudeCodeProviderTest, PicturesOutsideTheRepositoryAreAddedByTheirFolderOnce) {
-  stream({event("derived_result_structured.json")});
-  auto outside1 = dir.write("ticket/GAME-142/shot1.png", "png");
-  auto outside2 = dir.write("ticket/GAME-142/frame2.jpg", "jpg");
-  auto inside = dir.write("repo/Docs/known.png", "png");
-  auto engine = provider();
-  engine.analyze(prompt(), {{"file://" + outside1.string(), "Screenshot"},
-                            {inside.string(), "In the repo"},
-                            {outside2.string(), "Frame"}});
-  auto args = arguments();
-  ASSERT_EQ(args.size(), 18u);
-  EXPECT_EQ(args[16], "--add-dir");
-  EXPECT_EQ(args[17], std::filesystem::canonical(dir.path() / "ticket/GAME-142").string());
-}
-
-TEST_F(ClaudeCodeProviderTest, APromptTooLongForOneArgumentGoesInOnStandardInput) {
-  stream({event("derived_result_structured.json")});
-  StructuredPrompt p = prompt();
-  p.user = std::string(200 * 1024, 'x');
-  auto engine = provider();
-  engine.analyze(p, {});
-  auto args = arguments();
-  ASSERT_GE(args.size(), 5u);
-  EXPECT_EQ(args[3], "-p");
-  EXPECT_EQ(args[4], "--json-schema");
-  EXPECT_EQ(recorded("stdin"), p.user);
-}
-
-struct FailureCase {
-  std::string name;
-  std::vector<std::string> events;
-  std::string ending;
-  std::string message;
-  bool recordsTheToolsCost;  // the result carried total_cost_usd
-};
-
 TEST_F(ClaudeCodeProviderTest, EachWayARunFailsHasItsTextAndIsRecordedAsFailed) {
-  std::string init = event("real_system_init.json");
-  std::vector<FailureCase> cases = {
-      {"structured-output retries exhausted",
-       {init, event("derived_result_max_structured_output_retries.json")}, "exit 1",
+  const std::string init = event("real_system_init.json");
+  const std::string signIn = "Claude Code: not signed in — run `claude auth login` in Terminal";
+  std::string chatter; // the last 600 characters the chatty agent below printed
+  for (int i = 0; i < 38; ++i)
+    chatter += "{\"type\":\"user\"}\n";
+  chatter = chatter.substr(chatter.size() - 601, 600);
+  struct Case {
+    std::vector<std::string> events;
+    std::string ending;
+    std::string message;
+    bool recordsTheToolsCost; // the result carried total_cost_usd
+    base::Seconds stallLimit = 5min;
+    base::Seconds timeLimit = 20min;
+  };
+  const std::vector<Case> cases = {
+      {{init, event("derived_result_max_structured_output_retries.json")}, "exit 1",
        "Claude couldn't produce a complete analysis in the expected format. Try again.", true},
-      {"is_error with its errors",
-       {init, event("derived_result_error_max_turns.json")}, "exit 1",
+      {{init, event("derived_result_error_max_turns.json")}, "exit 1",
        "Claude Code: Reached maximum number of turns (1)", true},
-      {"is_error without any text", {init, event("derived_result_error_without_text.json")},
-       "exit 1", "Claude Code: unknown error", true},
-      {"no structured output (a recorded run without a schema)",
-       {event("real_basic_query.ndjson")}, "exit 0",
+      {{init, event("derived_result_error_without_text.json")}, "exit 1",
+       "Claude Code: unknown error", true},
+      // A recorded run without a schema.
+      {{event("real_basic_query.ndjson")}, "exit 0",
        "Claude Code: no structured output in the response. Update Claude Code with `claude "
        "update`.",
        true},
-      {"structured output that is a string",
-       {init, event("derived_result_structured_not_object.json")}, "exit 0",
+      {{init, event("derived_result_structured_not_object.json")}, "exit 0",
        "Couldn't read the AI's response: structured output is not a JSON object", true},
-      {"not signed in, said by the result",
-       {init, event("derived_result_not_logged_in.json")}, "exit 1",
-       "Claude Code: not signed in — run `claude auth login` in Terminal", true},
-      {"not signed in, said in plain text", {"Not logged in · Please run /login"}, "exit 1",
-       "Claude Code: not signed in — run `claude auth login` in Terminal", false},
-      {"not signed in, retried on a 401",
-       {init,
-        R"({"type":"system","subtype":"api_retry","attempt":1,"max_retries":10,"retry_delay_ms":508,"error_status":401,"error":"authentication_failed"})"},
-       "exit 1", "Claude Code: not signed in — run `claude auth login` in Terminal", false},
-      {"no result event", {init, event("derived_assistant_text.json")},
+      {{init, event("derived_result_not_logged_in.json")}, "exit 1", signIn, true},
+      {{"Not logged in · Please run /login"}, "exit 1", signIn, false},
+      {{init, R"({"type":"system","subtype":"api_retry","attempt":1,"max_retries":10,"retry_delay_ms":508,"error_status":401,"error":"authentication_failed"})"},
+       "exit 1", signIn, false},
+      {{init, event("derived_assistant_text.json")},
        "echo 'Error: the API connection was reset' >&2; exit 1",
        "Claude Code: `claude` ended without a result (exit 1):\nError: the API connection was "
        "reset",
        false},
-      {"no result and no output", {}, "exit 3",
-       "Claude Code: `claude` ended without a result (exit 3)", false},
+      {{}, "exit 3", "Claude Code: `claude` ended without a result (exit 3)", false},
+      // The runner's watchdog stops an agent that goes silent or never finishes.
+      {{init}, "exec sleep 30",
+       "Claude Code: `claude` stopped responding (no output for 1 seconds), so Quillora stopped "
+       "it.\nLast output:\n" + init.substr(init.size() - 600),
+       false, 1s},
+      {{}, "while :; do for i in 1 2 3 4 5 6 7 8; do echo '{\"type\":\"user\"}'; done; sleep 0.05; done",
+       "Claude Code: `claude` didn't finish within 1 seconds, so Quillora stopped it.\n"
+       "Last output:\n" + chatter,
+       false, 5min, 1s},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(c.message);
     std::filesystem::remove(ledger->path());
     stream(c.events, c.ending);
     auto engine = provider();
+    engine.stallLimit = c.stallLimit;
+    engine.analysisTimeLimit = c.timeLimit;
     try {
       engine.analyze(prompt(), {});
       ADD_FAILURE() << "no error";
@@ -332,8 +295,7 @@ TEST_F(ClaudeCodeProviderTest, EachWayARunFailsHasItsTextAndIsRecordedAsFailed) 
 
 TEST_F(ClaudeCodeProviderTest, TheRecordedRunWithoutModelUsageIsMeteredFromItsUsage) {
   stream({event("real_basic_query.ndjson")});
-  auto engine = provider();
-  EXPECT_THROW(engine.analyze(prompt(), {}), AIError);
+  EXPECT_THROW(provider().analyze(prompt(), {}), AIError);
   auto entry = ledger->entries().at(0);
   EXPECT_EQ(entry.usage.inputTokens, 10);
   EXPECT_EQ(entry.usage.outputTokens, 25);
@@ -343,76 +305,26 @@ TEST_F(ClaudeCodeProviderTest, TheRecordedRunWithoutModelUsageIsMeteredFromItsUs
                                                 "Claude: 4"}));
 }
 
-TEST_F(ClaudeCodeProviderTest, ARetryIsReportedAndTheRunGoesOn) {
-  stream({event("real_system_init.json"), event("derived_system_api_retry.json"),
-          event("derived_result_structured.json")});
-  auto engine = provider();
-  engine.analyze(prompt(), {});
-  EXPECT_EQ(progress[1], "Retrying after a temporary API error (attempt 1 of 10)");
-}
-
-TEST_F(ClaudeCodeProviderTest, ASilentAgentIsStoppedWithTheRunnersStallText) {
-  std::string init = event("real_system_init.json");
-  stream({init}, "exec sleep 30");
-  auto engine = provider();
-  engine.stallLimit = 1s;
-  try {
-    engine.analyze(prompt(), {});
-    ADD_FAILURE() << "no error";
-  } catch (const AIError& error) {
-    EXPECT_EQ(std::string(error.what()),
-              "Claude Code: `claude` stopped responding (no output for 1 seconds), so Quillora "
-              "stopped it.\nLast output:\n" +
-                  tailOf(init, 600));
-  }
-  expectSystemFileRemoved();
-  ASSERT_EQ(ledger->entries().size(), 1u);
-  EXPECT_TRUE(ledger->entries()[0].failed);
-}
-
-TEST_F(ClaudeCodeProviderTest, AnAgentThatNeverFinishesIsStoppedWithTheRunnersTimeLimitText) {
-  stream({}, "while :; do for i in 1 2 3 4 5 6 7 8; do echo '{\"type\":\"user\"}'; done; "
-              "sleep 0.05; done");
-  auto engine = provider();
-  engine.analysisTimeLimit = 1s;
-  std::string printed;
-  for (int i = 0; i < 100; ++i)
-    printed += "{\"type\":\"user\"}\n";
-  printed.pop_back();
-  try {
-    engine.analyze(prompt(), {});
-    ADD_FAILURE() << "no error";
-  } catch (const AIError& error) {
-    EXPECT_EQ(std::string(error.what()),
-              "Claude Code: `claude` didn't finish within 1 seconds, so Quillora stopped it.\n"
-              "Last output:\n" +
-                  tailOf(printed, 600));
-  }
-  ASSERT_EQ(ledger->entries().size(), 1u);
-  EXPECT_TRUE(ledger->entries()[0].failed);
-}
-
-TEST_F(ClaudeCodeProviderTest, NothingRunsWithoutTheToolARepositoryOrBudget) {
+TEST_F(ClaudeCodeProviderTest, NothingRunsWithoutTheToolOrARepository) {
   stream({event("derived_result_structured.json")});
+  const std::string notFound =
+      "Claude Code: Not found. Install Claude Code, or set the full path to `claude`.";
   struct Case {
-    std::string name;
     std::function<void(ClaudeCodeProvider&, StructuredPrompt&)> change;
     std::string message;
   };
-  std::vector<Case> cases = {
-      {"a claudePath that names nothing",
-       [&](ClaudeCodeProvider& e, StructuredPrompt&) { e.claudePath = (dir.path() / "nope").string(); },
-       "Claude Code: Not found. Install Claude Code, or set the full path to `claude`."},
-      {"a claudePath that isn't executable",
-       [&](ClaudeCodeProvider& e, StructuredPrompt&) {
-         e.claudePath = dir.write("plain", "#!/bin/sh\n").string();
+  const std::vector<Case> cases = {
+      {[&](ClaudeCodeProvider& e, StructuredPrompt&) { e.claudePath = (dir.path() / "nope").string(); },
+       notFound},
+      {[&](ClaudeCodeProvider& e, StructuredPrompt&) {
+         e.claudePath = dir.write("plain", "#!/bin/sh\n").string(); // not executable
        },
-       "Claude Code: Not found. Install Claude Code, or set the full path to `claude`."},
-      {"no repository", [](ClaudeCodeProvider&, StructuredPrompt& p) { p.repo.reset(); },
+       notFound},
+      {[](ClaudeCodeProvider&, StructuredPrompt& p) { p.repo.reset(); },
        "Claude Code mode needs your project folder. Choose a repository first."},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(c.message);
     auto engine = provider();
     StructuredPrompt p = prompt();
     c.change(engine, p);
@@ -425,26 +337,22 @@ TEST_F(ClaudeCodeProviderTest, NothingRunsWithoutTheToolARepositoryOrBudget) {
   }
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "args"));
   EXPECT_TRUE(ledger->entries().empty());
-
-  // A used-up budget in block mode refuses the call before the agent starts.
-  base::Settings::shared().reset(
-      base::Json{{"cost", {{"monthlyBudget", 0.2}, {"budgetMode", "block"}}}});
-  auto spent = provider();
-  spent.analyze(prompt(), {});
-  std::filesystem::remove(dir.path() / "args");
-  auto blocked = provider();
-  EXPECT_THROW(blocked.analyze(prompt(), {}), cost::BudgetError);
-  EXPECT_FALSE(std::filesystem::exists(dir.path() / "args"));
-  EXPECT_EQ(ledger->entries().size(), 1u);
 }
 
-TEST_F(ClaudeCodeProviderTest, TheBudgetNoticeOfWarnModeIsPassedOn) {
+TEST_F(ClaudeCodeProviderTest, TheMonthlyBudgetWarnsThenBlocksBeforeTheAgentStarts) {
   stream({event("derived_result_structured.json")});
   base::Settings::shared().reset(base::Json{{"cost", {{"monthlyBudget", 0.2}}}});
   provider().analyze(prompt(), {});
   provider().analyze(prompt(), {});
   EXPECT_EQ(warnings, (std::vector<std::string>{
                           "This month's AI spending ($0.25) is over the budget of $0.20"}));
+
+  base::Settings::shared().reset(
+      base::Json{{"cost", {{"monthlyBudget", 0.2}, {"budgetMode", "block"}}}});
+  std::filesystem::remove(dir.path() / "args");
+  EXPECT_THROW(provider().analyze(prompt(), {}), cost::BudgetError);
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "args"));
+  EXPECT_EQ(ledger->entries().size(), 2u);
 }
 
 // The tool is looked up on the login search path, whose extra folders include ~/.local/bin. The

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "ai/ai_error.h"
+#include "ai/analysis_schema.h"
 #include "ai/fix_analysis.h"
 
 namespace quillora::ai {
@@ -41,12 +42,11 @@ TEST(FixAnalysis, AnswersWrappedInProseOrFencesDecodeThroughTheBraceSlice) {
 }
 
 TEST(FixAnalysis, UndecodableAnswersAreBadResponses) {
-  EXPECT_EQ(badResponseOf(""), "Couldn't read the AI's response: empty response");
-  EXPECT_EQ(badResponseOf(" \n\t "), "Couldn't read the AI's response: empty response");
-  EXPECT_EQ(badResponseOf("I can't help with that."), "Couldn't read the AI's response: not JSON");
-  EXPECT_EQ(badResponseOf("} backwards {"), "Couldn't read the AI's response: not JSON");
-  EXPECT_EQ(badResponseOf(R"({"severity": "high"})"), "Couldn't read the AI's response: not JSON");
-  EXPECT_EQ(badResponseOf(R"(["title"])"), "Couldn't read the AI's response: not JSON");
+  for (std::string_view empty : {"", " \n\t "})
+    EXPECT_EQ(badResponseOf(empty), "Couldn't read the AI's response: empty response");
+  // Prose, braces the wrong way round, no title, an array.
+  for (std::string_view bad : {"I can't help with that.", "} backwards {", R"({"severity": "high"})", R"(["title"])"})
+    EXPECT_EQ(badResponseOf(bad), "Couldn't read the AI's response: not JSON") << bad;
 }
 
 TEST(FixAnalysis, ItemsNeedAllSixKeysAndBadItemsAreSkipped) {
@@ -89,13 +89,18 @@ TEST(FixAnalysis, EncodesWithTheFieldNamesAndDecodesBackUnchanged) {
   a.testSuggestions = {"Play mode test"};
   a.codeChanges = {{"Assets/P.cs", 41, "csharp", "Guard.", "x", "y"}};
   base::Json json = toJson(a);
-  std::vector<std::string> keys;
-  for (const auto& item : json.items()) keys.push_back(item.key());
-  EXPECT_EQ(keys, (std::vector<std::string>{"affectedFiles", "codeChanges", "confidence", "fixSummary",
-                                            "patch", "reproSteps", "rootCause", "rootCauseCode",
-                                            "severity", "testSuggestions", "title"}));
-  EXPECT_EQ(json["rootCauseCode"][0]["crashLine"], 42);
   EXPECT_EQ(decodeFixAnalysis(base::dumpJson(json)), a);
+
+  // The keys written are the keys the schema asks the AI for.
+  base::Json schema = base::Json::parse(fixAnalysisSchema())["properties"];
+  auto keysOf = [](const base::Json& object) {
+    std::vector<std::string> keys;
+    for (const auto& item : object.items()) keys.push_back(item.key());
+    return keys;
+  };
+  EXPECT_EQ(keysOf(json), keysOf(schema));
+  EXPECT_EQ(keysOf(json["rootCauseCode"][0]), keysOf(schema["rootCauseCode"]["items"]["properties"]));
+  EXPECT_EQ(keysOf(json["codeChanges"][0]), keysOf(schema["codeChanges"]["items"]["properties"]));
 }
 
 TEST(FixImplementation, DecodesLenientlyFromTheAnswer) {
