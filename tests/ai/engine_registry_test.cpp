@@ -9,13 +9,20 @@ namespace {
 
 // The Claude engines' notes are seen through the binary in tests/cli.
 TEST(EngineRegistry, ConsentNotesNameWhoGetsTheCrash) {
-  EXPECT_EQ(consentNote(AIBackend::openAI, "gpt-6-astra"),
+  EXPECT_EQ(consentNote(AIBackend::gemini, "gemini-4-argon"),
             "Note: the crash (stack trace, crash context, notes) and matching source code are sent "
-            "to OpenAI (gpt-6-astra). Running the Quillora command line counts as consent to "
-            "that.\n");
-  EXPECT_EQ(consentNote(AIBackend::gemini, "gemini-4-argon").substr(86),
             "to Google (gemini-4-argon). Running the Quillora command line counts as consent to "
             "that.\n");
+}
+
+TEST(EngineRegistry, EnginesNotInThisBuildAreRefusedByName) {
+  try {
+    makeEngine(AIBackend::openAI, {});
+    ADD_FAILURE() << "no error";
+  } catch (const EngineUnavailableError& e) {
+    EXPECT_STREQ(e.what(), "The ChatGPT (OpenAI API) engine isn't available in this build yet; use "
+                           "--engine claude-api or --engine claude-code.");
+  }
 }
 
 TEST(EngineRegistry, BuildsClaudeCodeFromItsSettings) {

@@ -8,21 +8,16 @@ namespace quillora::ai {
 namespace {
 
 TEST(SystemText, IsSkillThenContractThenLanguage) {
-  std::string english = buildSystemText("You fix Unity crashes.", AnalysisLanguage::english);
-  EXPECT_EQ(english, "You fix Unity crashes.\n\n" + std::string(outputContract()));
-  EXPECT_EQ(buildSystemText("S", AnalysisLanguage::app), "S\n\n" + std::string(outputContract()));
-
-  std::string german = buildSystemText("S", AnalysisLanguage::german);
-  EXPECT_EQ(german.substr(german.size() - languageInstruction(AnalysisLanguage::german).size()),
-            languageInstruction(AnalysisLanguage::german));
-  EXPECT_EQ(languageInstruction(AnalysisLanguage::german),
-            "\n\nWrite the human-readable text in German: title, rootCause, every "
-            "rootCauseCode[].explanation, fixSummary, every codeChanges[].explanation, reproSteps, "
-            "testSuggestions and summary. Keep the JSON keys, the severity and confidence values "
-            "(critical/high/medium/low), code, file paths, identifiers, log lines and error "
-            "messages exactly as specified or as they are in the source.");
-  EXPECT_NE(languageInstruction(AnalysisLanguage::french).find(" in French: "), std::string::npos);
-  EXPECT_EQ(languageInstruction(AnalysisLanguage::english), "");
+  const std::string contract(outputContract());
+  EXPECT_EQ(buildSystemText("S", AnalysisLanguage::english), "S\n\n" + contract);
+  EXPECT_EQ(buildSystemText("S", AnalysisLanguage::app), "S\n\n" + contract);
+  EXPECT_EQ(buildSystemText("S", AnalysisLanguage::german),
+            "S\n\n" + contract +
+                "\n\nWrite the human-readable text in German: title, rootCause, every "
+                "rootCauseCode[].explanation, fixSummary, every codeChanges[].explanation, "
+                "reproSteps, testSuggestions and summary. Keep the JSON keys, the severity and "
+                "confidence values (critical/high/medium/low), code, file paths, identifiers, log "
+                "lines and error messages exactly as specified or as they are in the source.");
 }
 
 // The rules are wording for the model; what must hold is their shape and the conventions the
