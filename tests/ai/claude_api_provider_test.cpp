@@ -333,4 +333,23 @@ TEST_F(ClaudeAPI, TheRegistryTakesKeyModelAndHostFromTheSettings) {
 }
 
 } // namespace
+// Model listing isn't called by the command line yet, but it is the engine's contract.
+TEST_F(ClaudeAPI, ListsModelsOldestFirst) {
+  server.respond("GET", "/v1/models", jsonResponse(200, R"({
+    "data": [
+      {"type": "model", "id": "claude-opus-5-5", "created_at": "2026-09-01T00:00:00Z"},
+      {"type": "model", "id": "claude-haiku-5-5", "created_at": "2026-03-10T00:00:00Z"},
+      {"type": "model", "id": "claude-sonnet-5-5", "created": "2026-06-15T00:00:00Z"},
+      {"type": "model", "display_name": "no id"}
+    ],
+    "has_more": false})"));
+  EXPECT_EQ(provider().listModels(),
+            (std::vector<std::string>{"claude-haiku-5-5", "claude-sonnet-5-5", "claude-opus-5-5"}));
+  auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].target, "/v1/models?limit=100");
+  EXPECT_EQ(requests[0].header("x-api-key"), "sk-ant-test-key");
+  EXPECT_TRUE(ledger->entries().empty());
+}
+
 } // namespace quillora::testing
